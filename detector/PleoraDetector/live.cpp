@@ -1,0 +1,172 @@
+#include <spdlog/spdlog.h>
+
+#include <string>
+
+#include "InternalUtils/Failure.h"
+#include "detector/PleoraDetector.h"
+#include "logging.h"
+#include "platform/Event.h"
+
+/// Live sequences: going live, the live thread that fills the ring, leaving live.
+
+namespace {
+
+constexpr int retrieveTimeoutMs = 100;
+constexpr std::uint32_t noFrameCode = 30;
+constexpr const char* liveProblem = "An error occured in the Live thread!";
+
+}  // namespace
+
+void PleoraDetector::GoLiveSeq() {
+    layer("PleoraDetector::GoLiveSeq", [&] {
+        CheckConnected();
+        GoLiveSeq(0, numBuffers - 1, 0);
+    });
+}
+
+void PleoraDetector::GoLiveSeq(int startBuffer, int stopBuffer, int frameCount) {
+    layer("PleoraDetector::GoLiveSeq", [&] {
+        CheckConnected();
+        const StoppableGuard lock(acquisitionLock);
+        baseDetector::GoLiveSeq(startBuffer, stopBuffer, frameCount);
+        catchUpOnImageSize();
+        live = true;
+        stopRequested = false;
+        try {
+            platform::resetEvent(frameCapturedEvent);
+            StartAcq();
+            StartCallbackThread();
+            joinLiveThread();
+            liveThread = startThread(
+                [this, startBuffer, stopBuffer, frameCount] { LiveThread(startBuffer, stopBuffer, frameCount); });
+        } catch (...) {
+            rollBackLive();
+            throw;
+        }
+    });
+}
+
+void PleoraDetector::rollBackLive() {
+    const auto attempt = [](const auto& step) {
+        try {
+            step();
+        } catch (const std::exception& failure) {
+            getQorLogger()->error("EXCEPTION: {}", failure.what());
+        } catch (...) {
+            getQorLogger()->error("EXCEPTION: unknown, while a live run was taken back");
+        }
+    };
+    attempt([this] { StopCallbackThread(); });
+    attempt([this] { StopAcq(); });
+    live = false;
+}
+
+void PleoraDetector::joinLiveThread() {
+    if (liveThread == nullptr) return;
+    liveThread->join();
+    liveThread.reset();
+}
+
+void PleoraDetector::endLiveThread() {
+    stopping = true;  // so that the thread doesn't wait for the lock, whoever holds it
+    stopRequested = true;
+    joinLiveThread();
+}
+
+void PleoraDetector::GoUnLive() {
+    CheckConnected();
+    const StoppableGuard lock(acquisitionLock);
+    if (!live) return;
+    {
+        struct Stopping {
+            std::atomic<bool>& flag;
+            explicit Stopping(std::atomic<bool>& toRaise) : flag(toRaise) { flag = true; }
+            ~Stopping() { flag = false; }
+        } const stoppingNow(stopping);
+        StopCallbackThread();
+        stopRequested = true;
+        joinLiveThread();
+        live = false;
+    }
+    catchUpOnImageSize();
+}
+
+std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
+    constexpr const char* here = "PleoraDetector::LiveThread";
+    struct Held {
+        StoppableLock& lock;
+        bool held = false;
+        explicit Held(StoppableLock& toHold) : lock(toHold) {}
+        /// `GoUnLive` holds the lock while it joins this thread: it covers what is done here then.
+        void takeUnless(const std::atomic<bool>& stopping) NO_THREAD_SAFETY_ANALYSIS {
+            if (!held) held = lock.lockUnless([&] { return stopping.load(); });
+        }
+        ~Held() NO_THREAD_SAFETY_ANALYSIS {
+            if (held) lock.unlock();
+        }
+    } acquisition(acquisitionLock);
+    const auto keep = [&](const std::string& text) {
+        liveError = QuorinException(text.c_str(), DerrTransport, __LINE__, baseName(__FILE__), here, 0, "");
+    };
+    try {
+        capturedBuffer = stop;
+        bool firstFrame = true;
+        for (int taken = 0; !stopRequested;) {
+            if (limit != 0 && taken >= limit) {
+                stopRequested = true;
+                getQorLogger()->info("All frames acquired, stopping live thread");
+                break;
+            }
+            if (!takeLiveFrame(start, stop)) continue;
+            fieldCount += firstFrame ? 2 : 1;  // the first frame of a run counts double
+            firstFrame = false;
+            getQorLogger()->info("Acquired frame {}/{} with field count {}, copying to local buffer {}", taken + 1,
+                                 limit, fieldCount.load(), capturedBuffer.load());
+            if (limit != 0 && taken >= limit - 1) {
+                // Whoever is woken by the signal of the last frame finds the run over.
+                acquisition.takeUnless(stopping);
+                if (acquisition.held) live = false;
+            }
+            getQorLogger()->debug("FRAME_EVENT: Signal frame captured event");
+            platform::signalEvent(frameCapturedEvent);
+            if (limit != 0) ++taken;
+            check(Test::NotFailure, pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer()),
+                  "Problem releasing detector buffers!", here);
+        }
+        acquisition.takeUnless(stopping);
+        StopAcq();
+        live = false;
+    } catch (const QuorinException& failure) {
+        liveError = failure;
+    } catch (const std::exception& failure) {
+        keep(std::string("An error occured in the Live thread: ") + failure.what());
+    } catch (...) {
+        keep("An unknown error occured in the Live thread.");
+    }
+    return 0;
+}
+
+bool PleoraDetector::takeLiveFrame(int start, int stop) {
+    constexpr const char* here = "PleoraDetector::LiveThread";
+    const std::uint64_t generation = currentGeneration();
+    PvResult frameResult;
+    const PvResult retrieved =
+        pleoraLib->Pipeline_RetrieveNextBuffer(pleoraLib->Buffer_GetBufferPtr(), &frameResult, retrieveTimeoutMs);
+    if (!retrieved.IsOK() && retrieved.GetCode() == noFrameCode) return false;
+    check(Test::IsOK, retrieved, liveProblem, here);
+    if (!frameResult.IsOK()) {
+        pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer());
+        check(Test::IsOK, frameResult, liveProblem, here);
+    }
+    const int previous = capturedBuffer;
+    const int next = previous >= stop ? start : previous + 1;
+    capturedBuffer = next;
+    if (!copyIntoRing(next, pleoraLib->Buffer_GetImagePointer(), generation)) {
+        // From before a change of size: nothing can be done with it but to give it back.
+        ++staleFrames;
+        capturedBuffer = previous;
+        pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer());
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,191 @@
+#include <spdlog/spdlog.h>
+
+#include <chrono>
+#include <string_view>
+#include <system_error>
+
+#include "InternalUtils/Failure.h"
+#include "detector/baseDetector.h"
+#include "logging.h"
+#include "platform/Clock.h"
+#include "platform/Event.h"
+
+void baseDetector::SetCallback(CallbackFunction function) {
+    constexpr const char* here = "baseDetector::SetCallback";
+    CheckConnected();
+    const BothLocks locks(acquisitionLock, callbackMutex);
+    if (callbackFunction != nullptr)
+        fail("Callback thread already active! Please stop current callbacks before launching new one!", DerrCallback,
+             here);
+    if (IsLive()) fail("Cannot set callback during acquisition.", DerrCallback, here);
+    callbackFunction = function;
+}
+
+void baseDetector::SetCallbackData(void* data) {
+    CheckConnected();
+    const BothLocks locks(acquisitionLock, callbackMutex);
+    if (IsLive()) fail("Cannot set callback data acquisition.", DerrCallback, "baseDetector::SetCallbackData");
+    callbackData = data;
+}
+
+void* baseDetector::GetCallbackData() {
+    CheckConnected();
+    return callbackData;
+}
+
+void baseDetector::StopCallback() {
+    constexpr const char* here = "baseDetector::StopCallback";
+    CheckConnected();
+    const BothLocks locks(acquisitionLock, callbackMutex);
+    if (callbackFunction == nullptr)
+        fail("Callback thread is not active! Please make sure callbacks are active before trying to stop them!",
+             DerrBadRequest, here);
+    if (IsLive()) fail("Cannot stop callback during acquisition.", DerrCallback, here);
+    callbackFunction = nullptr;
+}
+
+bool baseDetector::IsCallbackActive() {
+    CheckConnected();
+    const platform::MutexLock lock(callbackMutex);
+    return callbackFunction != nullptr;
+}
+
+void baseDetector::CheckForCallbackError() {
+    CheckConnected();
+    if (const std::optional<QuorinException> error = callbackError.get())
+        throw QuorinException(*error, "baseDetector::CheckForCallbackError");
+}
+
+void baseDetector::StartCallbackThread() {
+    std::unique_ptr<std::thread> ended;
+    {
+        const platform::MutexLock lock(callbackMutex);
+        if (callbackFunction == nullptr || callbackRunning) return;
+        getQorLogger()->info("CALLBACK: Starting callback thread");
+        if (callbackLoop->onThisThread()) {
+            // A callback starts the next run: the thread that it runs on serves that one too.
+            callbackRunning = true;
+            getQorLogger()->info("CALLBACK: Callback thread started");
+            return;
+        }
+        ended = std::move(callbackThread);
+    }
+    if (ended != nullptr) ended->join();
+    const platform::MutexLock lock(callbackMutex);
+    callbackRunning = true;
+    try {
+        callbackThread = startThread([this, loop = callbackLoop] {
+            loop->thread = std::this_thread::get_id();
+            CallbackCounterThread(*loop);
+            loop->thread = std::thread::id();
+        });
+    } catch (...) {
+        callbackRunning = false;
+        throw;
+    }
+    getQorLogger()->info("CALLBACK: Callback thread started");
+}
+
+void baseDetector::StopCallbackThread() {
+    std::unique_ptr<std::thread> ended;
+    bool wasRunning = false;
+    {
+        const platform::MutexLock lock(callbackMutex);
+        wasRunning = callbackRunning;
+        if (wasRunning) {
+            getQorLogger()->info("CALLBACK: Stopping callback thread");
+            callbackRunning = false;
+        }
+        if (callbackLoop->onThisThread()) {
+            if (!wasRunning) return;
+            // The join would wait for itself. The thread ends on its own once the callback has returned.
+            throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+        }
+        ended = std::move(callbackThread);
+    }
+    if (ended != nullptr) ended->join();
+    if (wasRunning) getQorLogger()->info("CALLBACK: Callback thread stopped");
+}
+
+void baseDetector::releaseCallbackThread() {
+    if (!callbackLoop->onThisThread()) {
+        StopCallbackThread();
+        return;
+    }
+    const platform::MutexLock lock(callbackMutex);
+    callbackRunning = false;
+    callbackLoop->abandoned = true;
+    callbackLoop->thread = std::thread::id();  // nobody joins this thread any more: it may wait for locks as others do
+    if (callbackThread != nullptr) callbackThread->detach();
+    callbackThread.reset();
+}
+
+std::uint32_t baseDetector::CallbackCounterThread(CallbackLoop& loop) {
+    constexpr const char* here = "baseDetector::CallbackCounterThread";
+    constexpr const char* waitName = "baseDetector::WaitImage";
+    const auto keep = [this](const char* text) {
+        callbackError = QuorinException(text, DerrWrapped, __LINE__, baseName(__FILE__), here, 0, "");
+    };
+    while (loop.running) {
+        try {
+            callbackRound(loop);
+        } catch (const QuorinException& failure) {
+            if (loop.abandoned) return 0;
+            const bool noFrame = std::string_view(failure.GetFunctionName()) == waitName &&
+                                 failure.GetTransportError() == static_cast<int>(platform::waitTimedOut);
+            if (noFrame) continue;
+            getQorLogger()->info("CALLBACK: Exception {}", failure.what());
+            callbackError = QuorinException(failure, failure.GetFunctionName());
+        } catch (const std::exception& failure) {
+            if (loop.abandoned) return 0;
+            getQorLogger()->info("CALLBACK: EXCEPTION: {}", failure.what());
+            keep(failure.what());
+        } catch (...) {
+            if (loop.abandoned) return 0;
+            getQorLogger()->info("CALLBACK: EXCEPTION: Unknown exception, does not derive from std::exception.");
+            keep("Unknown exception in callback");
+        }
+        if (loop.abandoned) return 0;
+    }
+    getQorLogger()->info("CALLBACK: End of callback thread");
+    return 0;
+}
+
+void baseDetector::callbackRound(CallbackLoop& loop) {
+    constexpr int waitMs = 1000;
+    if (!IsLive()) {
+        endCallbacksUnlessLive();
+        return;
+    }
+    if (!loop.running) return;  // `IsLive` was answered to a thread that is being stopped
+    WaitImage(waitMs);
+    const int buffer = GetCapturedBuffer();
+    const int field = GetFieldCount();
+    QuorinDetector* const instance = owner;
+    const CallbackFunction function = callbackFunction;
+    if (function == nullptr) return;
+    getQorLogger()->info("CALLBACK: Calling customer callback, field count {}, buffer {}, instance {}", field, buffer,
+                         static_cast<const void*>(instance));
+    function(field, buffer, instance);
+    if (loop.abandoned) return;
+    getQorLogger()->info("CALLBACK: Returned from customer callback for field count {}, buffer {}", field, buffer);
+}
+
+void baseDetector::endCallbacksUnlessLive() {
+    // Both locks, so that no run can begin between the question and the end: its start would find a thread that is
+    // still running and start none.
+    constexpr std::chrono::microseconds pause{100};
+    bool asked = false;
+    if (callbackMutex.try_lock()) {
+        if (acquisitionLock.try_lock()) {
+            asked = true;
+            if (!IsLive()) {
+                getQorLogger()->info("CALLBACK: IsLive is false, stopping callback thread");
+                callbackRunning = false;
+            }
+            acquisitionLock.unlock();
+        }
+        callbackMutex.unlock();
+    }
+    if (!asked) platform::sleepFor(pause);  // the next round asks again
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace spdlog {
+class logger;
+}
+
+/// The path of the log file; makes its directories. Throws a `QuorinException` with code 10.
+std::string getLogPath();
+
+/// Makes a logger as `getQorLogger` does at its first call: the file logger, or the silent one if that fails.
+std::shared_ptr<spdlog::logger> createQorLogger();

@@ -1,0 +1,11 @@
+# Fails unless the file `document` holds the file `quoted` word for word in a code block.
+file(READ ${document} text)
+file(READ ${quoted} program)
+string(LENGTH "${program}" programLength)
+if(programLength EQUAL 0)
+    message(FATAL_ERROR "${quoted} is empty")
+endif()
+string(FIND "${text}" "```cpp\n${program}```\n" position)
+if(position EQUAL -1)
+    message(FATAL_ERROR "${document} does not quote ${quoted} word for word")
+endif()

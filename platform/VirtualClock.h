@@ -1,0 +1,43 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <utility>
+
+#include "platform/Clock.h"
+#include "platform/export.h"
+
+namespace platform {
+
+/// While this object exists, time stands still except where a sleep or a timed wait moves it: from due time to due
+/// time, running what falls due, until the wait ends or its deadline is reached. One at a time, and one thread
+/// makes all calls. Tasks that are still pending at the end are dropped.
+class QRAPI_EXPORT ScopedVirtualClock {
+public:
+    ScopedVirtualClock();
+    ~ScopedVirtualClock();
+    ScopedVirtualClock(const ScopedVirtualClock&) = delete;
+    ScopedVirtualClock& operator=(const ScopedVirtualClock&) = delete;
+
+    Time now() const { return current; }
+
+    /// Moves the time on by `duration`, running what falls due.
+    void advance(std::chrono::nanoseconds duration) { runUntil(current + duration); }
+
+    /// Infinite waits that found nothing due; each threw `VirtualClockHang`.
+    int hangs() const { return hangCount; }
+
+    /// @cond the functions of Clock.h call these
+    void add(Time due, std::function<void()> task);
+    void runUntil(Time target);
+    bool step(Time deadline);
+    /// @endcond
+
+private:
+    Time current{std::chrono::seconds(1000)};
+    std::uint64_t added = 0;
+    int hangCount = 0;
+    std::map<std::pair<Time, std::uint64_t>, std::function<void()>> tasks;
+};
+
+}  // namespace platform

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/export.h"
+
+namespace simulator {
+
+/// What a simulated detector is made as. Start from a named profile and change what a test needs.
+struct Profile {
+    std::string name;
+    int model = 6112;                              ///< register 124
+    int serialNumber = 0;                          ///< register 125
+    int firmwareVersion = 1;                       ///< register 126
+    std::array<std::uint16_t, 3> firmwareBuild{};  ///< registers 38, 39, 40
+    std::uint16_t electronicsFamily = 0;           ///< register 129; 1 in the low byte is Kestrane
+    std::uint16_t featureWord36 = 0;
+    std::uint16_t featureWord37 = 0;
+    std::uint16_t featureWord130 = 0;
+
+    // Panel, unbinned. Named profiles take it from the panel table; a model without a row there needs it set.
+    int sensorWidth = 0;
+    int sensorHeight = 0;
+    int sensorsAcross = 1;
+    int sensorsDown = 1;
+
+    /// Kestrane electronics, as the library decides it: register 129 not 0 and its low byte 1.
+    bool isKestrane() const { return (electronicsFamily & 0xFFU) == 1; }
+    int sensorCount() const { return sensorsAcross * sensorsDown; }
+};
+
+/// The named profiles, in the order of the rack's slots: 5101, 5101-kestrane, 5309, 6112, 6112-kestrane, 6213,
+/// 6213-kestrane, 7127, 7127-slowed, 8131.
+QRAPI_EXPORT const std::vector<Profile>& namedProfiles();
+
+/// The named profile, or null.
+QRAPI_EXPORT const Profile* findProfile(std::string_view name);
+
+}  // namespace simulator

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/export.h"
+#include "simulator/SimulatedDetector.h"
+
+namespace simulator {
+
+/// Where the simulated detectors of this process are reached. Any thread may call.
+///
+/// GigE: the address text `sim:<profile>`, with `#2`, `#3` ... behind it for further ones of the same profile. A
+/// detector is made at the first look at its address and lives as long as the process: its registers survive
+/// reconnects as hardware's do.
+class QRAPI_EXPORT Rack {
+public:
+    static Rack& instance();
+
+    /// The detector at the address; made if the address names a profile. Null if there is none.
+    std::shared_ptr<SimulatedDetector> find(std::string_view address);
+
+    /// Puts a detector of any mix at an address of the form `sim:<anything>`, in place of what was there. Throws
+    /// std::invalid_argument for an address of another form and for no detector.
+    void mount(std::string_view address, std::shared_ptr<SimulatedDetector> detector);
+
+    /// The addresses `sim:<profile>` of all profiles with a GigE road, then those mounted or made besides.
+    std::vector<std::string> gigeAddresses() const;
+
+    /// Takes everything out of the rack, so that the next look makes new detectors. For tests; one that exchanges the
+    /// clock needs it, since a detector's timeline does not follow from one clock to another.
+    void reset();
+
+private:
+    Rack();
+    ~Rack();
+    struct State;
+    std::unique_ptr<State> state;
+};
+
+}  // namespace simulator

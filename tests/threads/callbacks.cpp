@@ -1,0 +1,176 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "support/LiveRig.h"
+#include "support/LogCapture.h"
+
+/// The application's function: what it is called with, when it can be changed, and what becomes of its failures.
+
+using support::Checkpoint;
+using support::expectFailure;
+using support::failureOf;
+using support::LiveRig;
+using support::until;
+
+namespace {
+
+using Callback = support::LiveTest;
+
+constexpr const char* installedText =
+    "Callback thread already active! Please stop current callbacks before launching new one!";
+constexpr const char* noneText =
+    "Callback thread is not active! Please make sure callbacks are active before trying to stop them!";
+
+void nothing(int /*field*/, int /*buffer*/, QuorinDetector* /*owner*/) {}
+
+}  // namespace
+
+TEST_F(Callback, GetsFieldCountAndBufferOfEachFrame) {
+    rig.installCallback();
+    for (const int limit : {0, 3}) {
+        const int before = rig.count;
+        const int field = detector.GetFieldCount();
+        detector.GoLiveSeq(1, 2, limit);
+        for (int frame = 1; frame <= 3; ++frame) {
+            rig.giveToCallback();
+            rig.awaitCalls(before + frame);
+            const LiveRig::Call last = rig.calls().back();
+            EXPECT_EQ(last.field, field + 1 + frame);
+            EXPECT_EQ(last.buffer, frame == 2 ? 2 : 1);
+        }
+        if (limit == 0) detector.GoUnLive();
+        rig.awaitEnd();
+    }
+    rig.awaitCallbackThreadsEnd();
+    EXPECT_EQ(rig.count, 6);
+    EXPECT_TRUE(detector.IsCallbackActive());
+    EXPECT_NO_THROW(detector.CheckForCallbackError());
+}
+
+TEST_F(Callback, CanOnlyBeChangedWhileNothingIsLive) {
+    int data = 0;
+    detector.SetCallbackData(&data);
+    expectFailure([&] { detector.StopCallback(); }, noneText, DerrBadRequest);
+    detector.GoLiveSeq(0, 3, 0);
+    expectFailure([&] { detector.SetCallback(nothing); }, "Cannot set callback during acquisition.", DerrCallback);
+    EXPECT_FALSE(detector.IsCallbackActive());
+    EXPECT_TRUE(detector.IsLive());
+    detector.GoUnLive();
+    detector.SetCallback(nullptr);
+    EXPECT_FALSE(detector.IsCallbackActive());
+    rig.installCallback();
+    expectFailure([&] { rig.installCallback(); }, installedText, DerrCallback);
+    detector.GoLiveSeq(0, 3, 0);
+    expectFailure([&] { detector.SetCallback(nothing); }, installedText, DerrCallback);
+    expectFailure([&] { detector.SetCallbackData(nullptr); }, "Cannot set callback data acquisition.", DerrCallback);
+    expectFailure([&] { detector.StopCallback(); }, "Cannot stop callback during acquisition.", DerrCallback);
+    EXPECT_EQ(detector.GetCallbackData(), &data);
+    detector.GoUnLive();
+    detector.StopCallback();
+    expectFailure([&] { detector.StopCallback(); }, noneText, DerrBadRequest);
+    int threads = 0;
+    auto& startThread = support::Inside::threadMaker(detector);
+    startThread = [&threads, real = startThread](std::function<void()> body) {
+        ++threads;
+        return real(std::move(body));
+    };
+    rig.expectNextRunWorks();
+    EXPECT_EQ(threads, 1) << "without a function there is the live thread alone";
+    detector.CloseBoard();
+    EXPECT_THROW(detector.SetCallback(nothing), QuorinException);
+}
+
+namespace {
+
+struct Thrown {
+    const char* name;
+    std::function<void()> raise;
+    const char* text;  ///< of what is kept; null for nothing
+    Derr code;
+    const char* function;
+};
+
+constexpr const char* threadName = "baseDetector::CallbackCounterThread";
+constexpr const char* waitName = "baseDetector::WaitImage";
+
+const Thrown thrown[] = {
+    {"one of the library", [] { throw QuorinException("x", DerrBinning, 1, "f", "a::b", 7, ""); }, "x", DerrBinning,
+     "a::b"},
+    {"a standard exception", [] { throw std::runtime_error("out of paper"); }, "out of paper", DerrWrapped, threadName},
+    {"anything else", [] { throw 42; }, "Unknown exception in callback", DerrWrapped, threadName},
+    {"a wait without a frame", [] { throw QuorinException("t", DerrAcquisition, 1, "f", waitName, 258, ""); }, nullptr,
+     DerrWrapped, ""},
+    {"a wait that failed", [] { throw QuorinException("w", DerrAcquisition, 1, "f", waitName, 0, ""); }, "w",
+     DerrAcquisition, waitName},
+    {"258 of another function", [] { throw QuorinException("o", DerrTransport, 1, "f", "a::b", 258, ""); }, "o",
+     DerrTransport, "a::b"},
+};
+
+}  // namespace
+
+TEST_F(Callback, FailureIsKeptForTheApplicationUntilTheNext) {
+    std::atomic<const Thrown*> now{nullptr};
+    rig.installCallback([&](const LiveRig::Call&) { now.load()->raise(); });
+    std::string kept;
+    int frames = 0;
+    detector.GoLiveSeq(0, 3, 0);
+    for (const Thrown& each : thrown) {
+        SCOPED_TRACE(each.name);
+        now = &each;
+        pleora.give(1);
+        rig.awaitCalls(++frames);
+        pleora.give(1);  // the thread has handled the first one's exception when it calls for the second
+        rig.awaitCalls(++frames);
+        if (each.text != nullptr) kept = each.text;
+        for (int call = 0; call < 2; ++call) {
+            const auto error = failureOf([&] { detector.CheckForCallbackError(); });
+            ASSERT_TRUE(error);
+            const std::string text = error->what();
+            EXPECT_EQ(text.substr(0, text.find(" (code ")), kept);
+            if (each.text == nullptr) continue;
+            EXPECT_EQ(error->GetCode(), each.code);
+            EXPECT_STREQ(error->GetFunctionName(), each.function);
+            EXPECT_THAT(text, testing::HasSubstr("baseDetector::CheckForCallbackError"));
+        }
+    }
+    detector.CloseBoard();
+    detector.OpenBoard();
+    rig.expectNextRunWorks();
+    EXPECT_TRUE(failureOf([&] { detector.CheckForCallbackError(); })) << "a close or a new run cleared it";
+}
+
+TEST_F(Callback, SkipsToTheNewestFrame) {
+    Checkpoint firstCall;
+    rig.installCallback([&](const LiveRig::Call& call) {
+        if (call.field == 2) firstCall.stop();
+    });
+    detector.GoLiveSeq(0, 3, 0);
+    pleora.give(1);
+    firstCall.await();
+    pleora.give(3);
+    until([&] { return detector.GetFieldCount() == 5 && pleora.framesHeld() == 0; });
+    firstCall.release();
+    rig.awaitCalls(2);
+    EXPECT_EQ(rig.calls()[1].field, 5);
+    EXPECT_EQ(rig.calls()[1].buffer, 3);
+    detector.GoUnLive();
+    EXPECT_EQ(rig.count, 2);
+}
+
+TEST_F(Callback, ThreadSaysWhyItEnds) {
+    getQorLogger()->set_level(spdlog::level::info);
+    const support::LogCapture log;
+    rig.installCallback();
+    detector.GoLiveSeq(0, 3, 2);
+    pleora.give(2);
+    rig.awaitEnd();
+    rig.awaitCallbackThreadsEnd();
+    EXPECT_EQ(log.linesFrom("info|All frames acquired, stopping live thread").size(), 1U);
+    const auto lines = log.linesFrom("info|CALLBACK: ");
+    ASSERT_GE(lines.size(), 4U);
+    EXPECT_EQ(lines[0], "info|CALLBACK: Starting callback thread");
+    EXPECT_EQ(lines[lines.size() - 2], "info|CALLBACK: IsLive is false, stopping callback thread");
+    EXPECT_EQ(lines.back(), "info|CALLBACK: End of callback thread");
+}

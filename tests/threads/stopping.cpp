@@ -1,0 +1,546 @@
+#include <gtest/gtest.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <functional>
+#include <future>
+#include <system_error>
+#include <thread>
+
+#include "support/LiveRig.h"
+#include "support/LogCapture.h"
+
+/// Every way to end a live run, against everything that can go on meanwhile: nothing hangs, nothing outlives what it
+/// stands on, and the next run finds a clean table.
+
+using support::Checkpoint;
+using support::expectFailure;
+using support::failureOf;
+using support::Gate;
+using support::Inside;
+using support::LiveRig;
+using support::until;
+
+namespace {
+
+using Stop = support::LiveTest;
+using Calls = std::vector<std::function<void()>>;
+
+/// Runs all of them at once.
+void together(const Calls& calls) {
+    Gate start;
+    std::vector<std::thread> threads;
+    threads.reserve(calls.size());
+    for (const auto& call : calls)
+        threads.emplace_back([&start, &call] {
+            start.pass();
+            call();
+        });
+    start.open();
+    for (std::thread& thread : threads) thread.join();
+}
+
+/// How long a wrong thing gets to happen, where the right thing is that it doesn't.
+constexpr std::chrono::milliseconds room{5};
+
+/// Moves two threads against each other by a little more each round.
+void linger(int round) {
+    for (int turn = 0; turn < round % 16; ++turn) std::this_thread::yield();
+}
+
+}  // namespace
+
+TEST_F(Stop, WaitsForTheCallbackWhichMayAskWhetherTheRunIsLive) {
+    Gate entered;
+    bool answered = false;
+    rig.installCallback([&](const LiveRig::Call&) {
+        entered.open();
+        until([&] { return !Inside::loop(detector)->running; });
+        for (int question = 0; question < 100; ++question) answered = detector.IsLive();
+    });
+    detector.GoLiveSeq(0, 3, 0);
+    pleora.give(1);
+    entered.pass();
+    detector.GoUnLive();
+    EXPECT_TRUE(answered) << "the stop returned before the callback, or was seen before it was done";
+    EXPECT_FALSE(detector.IsLive());
+    EXPECT_FALSE(pleora.isAcquiring());
+}
+
+TEST_F(Stop, MeetsTheLastFrameAndTheEndOfTheLoop) {
+    const std::vector<std::function<void()> support::ThreadedPleora::*> moments{&support::ThreadedPleora::atRetrieved,
+                                                                                &support::ThreadedPleora::atRelease,
+                                                                                &support::ThreadedPleora::atStateStop};
+    rig.installCallback([&](const LiveRig::Call&) { detector.IsLive(); });
+    for (int round = 0; round < 150; ++round) {
+        const auto moment = moments[static_cast<std::size_t>(round) % moments.size()];
+        Gate reached;
+        pleora.*moment = [&] { reached.open(); };
+        detector.GoLiveSeq(0, 3, 1);
+        pleora.give(1);
+        reached.pass();
+        linger(round);
+        detector.GoUnLive();
+        EXPECT_FALSE(detector.IsLive());
+        rig.awaitEnd();
+        detector.GoUnLive();
+        rig.awaitCallbackThreadsEnd();
+        rig.detector->GoLiveSeq(0, 3, -1);  // joins the thread that the moment's gate belongs to
+        rig.awaitEnd();
+        pleora.*moment = nullptr;
+    }
+    EXPECT_EQ(pleora.framesHeld(), 0);
+    EXPECT_EQ(detector.GetFieldCount(), 2 * pleora.framesTaken());
+}
+
+TEST_F(Stop, OfTwoThreadsAtOnceIsOneStop) {
+    rig.installCallback();
+    pleora.setEndless(true);
+    for (int round = 0; round < 50; ++round) {
+        detector.GoLiveSeq(0, 3, 0);
+        if (round % 2 == 0) rig.awaitCalls(rig.count + 1);
+        together({[&] { detector.GoUnLive(); }, [&] { detector.GoUnLive(); }, [&] { detector.IsLive(); }});
+        EXPECT_FALSE(detector.IsLive());
+        EXPECT_FALSE(pleora.isAcquiring());
+    }
+}
+
+TEST_F(Stop, AgainstStart) {
+    rig.installCallback();
+    pleora.setEndless(true);
+    const auto churn = [&] {
+        for (int round = 0; round < 100; ++round) {
+            const auto refusal = failureOf([&] { detector.GoLiveSeq(0, 3, round % 3); });
+            EXPECT_TRUE(!refusal || refusal->GetCode() == DerrBadRequest) << refusal->what();
+            linger(round);
+            EXPECT_NO_THROW(detector.GoUnLive());
+        }
+    };
+    together({churn, churn, churn});
+    detector.GoUnLive();
+    pleora.setEndless(false);
+    rig.awaitEnd();
+    rig.awaitCallbackThreadsEnd();
+    rig.expectNextRunCalls();
+}
+
+namespace {
+
+/// What can end a detector's life with the board.
+struct Ending {
+    const char* name;
+    void (*end)(LiveRig& rig);
+};
+const Ending endings[] = {
+    {"close", [](LiveRig& rig) { rig.detector->CloseBoard(); }},
+    {"destruction", [](LiveRig& rig) { rig.detector.reset(); }},
+};
+
+}  // namespace
+
+TEST_F(Stop, ByCloseOrDestructionWaitsForTheLastCallOfAnEndedRun) {
+    for (const Ending& ending : endings) {
+        SCOPED_TRACE(ending.name);
+        LiveRig each;
+        Checkpoint lastCall;
+        std::atomic<bool> returned{false};
+        each.installCallback([&](const LiveRig::Call&) {
+            lastCall.stop();
+            returned = true;
+        });
+        each.detector->GoLiveSeq(0, 3, 1);
+        each.giveToCallback();
+        lastCall.await();
+        each.awaitEnd();
+        std::thread closer([&] {
+            ending.end(each);
+            EXPECT_TRUE(returned) << "ended under the running callback";
+        });
+        lastCall.release();
+        closer.join();
+        EXPECT_FALSE(each.pleora->isOpen());
+        EXPECT_EQ(each.count, 1);
+    }
+}
+
+TEST_F(Stop, ByCloseOrDestructionMeetsACallbackThreadThatWaits) {
+    for (const Ending& ending : endings) {
+        SCOPED_TRACE(ending.name);
+        for (int round = 0; round < 20; ++round) {
+            LiveRig each;
+            each.installCallback();
+            if (round == 0) {
+                // The application takes the last frame's signal: the thread waits for one that doesn't come.
+                std::thread application([&] { each.detector->WaitImage(-1); });
+                until([&] { return Inside::someoneWaitsForAnImage(*each.detector); });
+                each.detector->GoLiveSeq(0, 3, 1);
+                until([&] { return Inside::loop(*each.detector)->thread.load() != std::thread::id(); });
+                each.pleora->give(1);
+                application.join();
+            } else {
+                each.pleora->give(2);
+                each.detector->GoLiveSeq(0, 3, 1 + round % 2);
+                linger(round);
+            }
+            ending.end(each);
+            EXPECT_FALSE(each.pleora->isOpen());
+            EXPECT_FALSE(each.pleora->isAcquiring());
+            if (round == 0 && each.detector != nullptr) {
+                each.detector->OpenBoard();
+                EXPECT_NO_THROW(each.detector->CheckForCallbackError()) << "the event was closed under the thread";
+            }
+            const int calls = each.count;
+            EXPECT_LE(calls, 2);
+            linger(15);
+            EXPECT_EQ(each.count, calls) << "called after the end";
+        }
+    }
+}
+
+TEST_F(Stop, ByDestructionFromTheCallbackClosesTheBoard) {
+    getQorLogger()->set_level(spdlog::level::err);
+    const support::LogCapture log;
+    for (const int limit : {0, 1}) {
+        SCOPED_TRACE(limit == 0 ? "in the middle of a run" : "at the last frame");
+        LiveRig each;
+        Gate gone;
+        Gate inCallback;
+        // The live thread has its last frame's lock while the callback begins to destroy.
+        each.pleora->atRelease = [&] {
+            inCallback.pass();
+            linger(15);
+        };
+        each.installCallback([&](const LiveRig::Call&) {
+            inCallback.open();
+            each.detector.reset();
+            gone.open();
+        });
+        each.detector->GoLiveSeq(0, 3, limit);
+        each.giveToCallback();
+        gone.pass();
+        EXPECT_FALSE(each.pleora->isOpen());
+        EXPECT_FALSE(each.pleora->isAcquiring());
+        EXPECT_FALSE(each.pleora->pipelineStarted());
+        EXPECT_EQ(each.pleora->framesHeld(), 0);
+    }
+    EXPECT_TRUE(log.lines().empty()) << log.lines().front();
+}
+
+TEST_F(Stop, FromTheCallbackIsRefusedOnceAndTheRunGoesOn) {
+    std::errc refusal{};
+    rig.installCallback([&](const LiveRig::Call& call) {
+        if (call.field > 2) return;
+        try {
+            detector.GoUnLive();
+        } catch (const std::system_error& error) {
+            refusal = static_cast<std::errc>(error.code().value());
+            throw;
+        }
+    });
+    detector.GoLiveSeq(0, 3, 0);
+    pleora.give(1);
+    rig.awaitCalls(1);
+    rig.awaitCallbackThreadsEnd();
+    EXPECT_EQ(refusal, std::errc::resource_deadlock_would_occur);
+    const auto kept = failureOf([&] { detector.CheckForCallbackError(); });
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->GetCode(), DerrWrapped);
+    EXPECT_TRUE(detector.IsLive());
+    pleora.give(1);
+    detector.WaitImage(-1);
+    EXPECT_EQ(detector.GetFieldCount(), 3);
+    EXPECT_EQ(rig.count, 1);
+    detector.GoUnLive();
+    EXPECT_FALSE(pleora.isAcquiring());
+    rig.expectNextRunCalls();
+}
+
+TEST_F(Stop, TwiceFromTheCallbackEndsTheRunAndTheNextWaitsForItsReturn) {
+    Checkpoint stopped;
+    Gate calledAgain;
+    std::atomic<bool> inFirst{false};
+    std::atomic<bool> overlap{false};
+    rig.installCallback([&](const LiveRig::Call& call) {
+        if (inFirst) overlap = true;
+        if (call.field > 2) return calledAgain.open();
+        inFirst = true;
+        EXPECT_THROW(detector.GoUnLive(), std::system_error);
+        EXPECT_NO_THROW(detector.GoUnLive());
+        stopped.stop();
+        inFirst = false;
+    });
+    detector.GoLiveSeq(0, 3, 0);
+    pleora.give(1);
+    stopped.await();
+    EXPECT_FALSE(detector.IsLive());
+    EXPECT_FALSE(pleora.isAcquiring());
+    pleora.give(1);
+    std::thread starter([&] { detector.GoLiveSeq(0, 3, 0); });
+    calledAgain.passBefore(platform::now() + room);
+    stopped.release();
+    starter.join();
+    calledAgain.pass();
+    EXPECT_FALSE(overlap);
+    together({[&] { detector.GoUnLive(); }, [&] { pleora.give(1); }});
+    rig.expectNextRunCalls();
+}
+
+TEST_F(Stop, RefusesWhatTheCallbackAsksForMeanwhile) {
+    struct Operation {
+        const char* name;
+        void (*call)(PleoraDetector& detector);
+    };
+    const Operation operations[] = {
+        {"SetCallback", [](auto& detector) { detector.SetCallback(nullptr); }},
+        {"SetCallbackData", [](auto& detector) { detector.SetCallbackData(nullptr); }},
+        {"StopCallback", [](auto& detector) { detector.StopCallback(); }},
+        {"GoLiveSeq", [](auto& detector) { detector.GoLiveSeq(0, 3, 0); }},
+        {"GoUnLive", [](auto& detector) { detector.GoUnLive(); }},
+        {"SetBinningMode", [](auto& detector) { detector.SetBinningMode(Bin2x2); }},
+        {"DisablePulseGenerator", [](auto& detector) { detector.DisablePulseGenerator(); }},
+        {"CloseBoard", [](auto& detector) { detector.CloseBoard(); }},
+    };
+    int seen = 0;
+    std::optional<QuorinException> refusal;
+    Gate* entered = nullptr;
+    const Operation* asked = nullptr;
+    rig.installCallback([&](const LiveRig::Call&) {
+        if (seen++ % 2 != 0) return;
+        entered->open();
+        until([&] { return !Inside::loop(detector)->running; });
+        refusal = failureOf([&] { asked->call(detector); });
+    });
+    for (const Operation& operation : operations) {
+        SCOPED_TRACE(operation.name);
+        Gate enteredNow;
+        entered = &enteredNow;
+        asked = &operation;
+        detector.GoLiveSeq(0, 3, 0);
+        pleora.give(1);
+        enteredNow.pass();
+        detector.GoUnLive();
+        ASSERT_TRUE(refusal);
+        EXPECT_EQ(refusal->GetCode(), DerrCallback) << refusal->what();
+        EXPECT_FALSE(detector.IsLive());
+        rig.expectNextRunCalls();
+    }
+    EXPECT_EQ(pleora.integer("Width"), 384);
+}
+
+TEST_F(Stop, CompletesASizeChangeThatItCutOff) {
+    Checkpoint midway;
+    pleora.atCommand = [&, passed = false](const std::string& command) mutable {
+        if (passed || command != "W000500514") return;  // the new binning is about to be taken up
+        passed = true;
+        midway.stop();
+        until([&] { return !Inside::loop(detector)->running; });
+    };
+    std::optional<QuorinException> refusal;
+    rig.installCallback([&](const LiveRig::Call& call) {
+        if (call.field == 2) refusal = failureOf([&] { detector.SetBinningMode(Bin2x2); });
+    });
+    detector.GoLiveSeq(0, 3, 0);
+    pleora.give(1);
+    midway.await();
+    midway.release();
+    detector.GoUnLive();
+    ASSERT_TRUE(refusal);
+    EXPECT_EQ(refusal->GetCode(), DerrCallback) << refusal->what();
+    EXPECT_EQ(pleora.integer("Width"), 768);
+    EXPECT_EQ(detector.GetBufferXdim(), 768);
+    EXPECT_FALSE(pleora.isAcquiring());
+    rig.expectNextRunWorks();
+}
+
+TEST_F(Stop, IsNotHeldUpByAnEndlessWaitWhichACloseEnds) {
+    rig.installCallback();
+    std::optional<QuorinException> failure;
+    std::atomic<bool> ended{false};
+    std::thread waiter([&] {
+        failure = failureOf([&] { detector.WaitImage(-1); });
+        ended = true;
+    });
+    until([&] { return Inside::someoneWaitsForAnImage(detector); });
+    for (int round = 0; round < 10; ++round) {
+        detector.GoLiveSeq(0, 3, 0);
+        until([&] { return Inside::loop(detector)->thread.load() != std::thread::id(); });
+        linger(round);
+        detector.GoUnLive();
+        EXPECT_FALSE(ended);
+    }
+    detector.CloseBoard();
+    waiter.join();
+    ASSERT_TRUE(failure);
+    const std::string text = failure->what();
+    const bool saysSo = text.find("Error while waiting for image: WAIT_FAILED: ") == 0 ||
+                        text.find("OpenBoard must be called") == 0;  // the board was closed when it came to look
+    EXPECT_TRUE(saysSo) << text;
+    EXPECT_EQ(rig.count, 0);
+}
+
+TEST_F(Stop, MeetsAFailureOfTheRun) {
+    constexpr int rounds = 100;
+    for (int round = 0; round < rounds; ++round) {
+        // With a callback each stop takes the second of the callback thread's wait: no frame comes after a failure.
+        if (round == rounds - 2) rig.installCallback();
+        detector.GoLiveSeq(0, 3, round % 2);
+        together({[&] { pleora.giveFailure(round % 4 < 2 ? 3 : 0, 13); },
+                  [&] {
+                      linger(round);
+                      detector.GoUnLive();
+                  }});
+        EXPECT_FALSE(detector.IsLive());
+        EXPECT_EQ(pleora.framesHeld(), 0);
+        pleora.dropFrames();
+    }
+    rig.expectNextRunCalls();
+}
+
+TEST_F(Stop, OfALimitedRunMeetsThePulseGenerator) {
+    for (int round = 0; round < 60; ++round) {
+        detector.GoLiveSeq(0, 3, 1);
+        together({[&] { pleora.give(1); },
+                  [&] {
+                      linger(round);
+                      EXPECT_NO_THROW(detector.EnablePulseGenerator(100.0F));
+                  }});
+        rig.awaitEnd();
+        detector.WaitImage(0);
+    }
+    detector.DisablePulseGenerator();
+    rig.expectNextRunWorks();
+}
+
+TEST_F(Stop, OfALimitedRunLosesNoCallbackOfTheRunRightAfter) {
+    rig.installCallback();
+    for (int round = 0; round < 200; ++round) {
+        detector.GoLiveSeq(0, 3, 1);
+        pleora.give(1);
+        until([&] { return !detector.IsLive(); });
+        linger(round);
+        const int field = detector.GetFieldCount();
+        detector.GoLiveSeq(0, 3, 0);
+        pleora.give(1);
+        until([&] { return detector.GetFieldCount() > field; });
+        // The one frame of this run has to bring a call, and no other frame comes to the rescue.
+        until([&] { return !rig.calls().empty() && rig.calls().back().field == field + 2; });
+        pleora.setEndless(true);  // a stop without frames takes the second of the callback thread's wait
+        detector.GoUnLive();
+        pleora.setEndless(false);
+    }
+    EXPECT_NO_THROW(detector.CheckForCallbackError());
+}
+
+TEST_F(Stop, OfTheCallbackThreadByItselfMeetsTheNextStart) {
+    Checkpoint ending;
+    class HoldUp : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+    public:
+        explicit HoldUp(Checkpoint& checkpoint) : place(checkpoint) {}
+
+    private:
+        void sink_it_(const spdlog::details::log_msg& message) override {
+            const std::string_view text(message.payload.data(), message.payload.size());
+            if (text == "CALLBACK: IsLive is false, stopping callback thread" && !held.exchange(true)) place.stop();
+        }
+        void flush_() override {}
+        Checkpoint& place;
+        std::atomic<bool> held{false};
+    };
+    getQorLogger()->set_level(spdlog::level::info);
+    getQorLogger()->sinks().push_back(std::make_shared<HoldUp>(ending));
+    rig.installCallback();
+    detector.GoLiveSeq(0, 3, -1);
+    ending.await();
+    Gate started;
+    std::thread starter([&] {
+        detector.GoLiveSeq(0, 3, 0);
+        started.open();
+    });
+    started.passBefore(platform::now() + room);
+    ending.release();
+    starter.join();
+    rig.giveToCallback();
+    rig.awaitCalls(1);
+    together({[&] { detector.GoUnLive(); }, [&] { pleora.give(1); }});
+    getQorLogger()->sinks().pop_back();
+}
+
+TEST_F(Stop, OfALimitedRunMeetsStopCallback) {
+    for (int round = 0; round < 100; ++round) {
+        rig.installCallback();
+        detector.GoLiveSeq(0, 3, 1);
+        pleora.give(1);
+        until([&] { return !detector.IsLive(); });
+        linger(round);
+        EXPECT_NO_THROW(detector.StopCallback());
+        EXPECT_FALSE(detector.IsCallbackActive());
+    }
+    EXPECT_NO_THROW(detector.CheckForCallbackError());
+    EXPECT_LE(rig.count, 100);
+}
+
+TEST_F(Stop, OfALimitedRunMayBeTheNextStartFromTheCallback) {
+    constexpr int runs = 50;
+    rig.installCallback([&](const LiveRig::Call&) {
+        if (rig.count < runs) detector.GoLiveSeq(0, 3, 1);
+    });
+    detector.GoLiveSeq(0, 3, 1);
+    for (int run = 1; run <= runs; ++run) {
+        rig.giveToCallback();
+        rig.awaitCalls(run);
+    }
+    rig.awaitEnd();
+    EXPECT_EQ(detector.GetFieldCount(), 2 * runs);
+    EXPECT_NO_THROW(detector.CheckForCallbackError());
+}
+
+TEST_F(Stop, OfOneDetectorLeavesAnotherAlone) {
+    LiveRig other;
+    constexpr int firstOfOther = 1000000;
+    other.pleora->countFramesFrom(firstOfOther);
+    std::atomic<int> foreign{0};
+    for (LiveRig* each : {&rig, &other})
+        each->installCallback([&foreign, each, isOther = each == &other](const LiveRig::Call& call) {
+            if ((each->frameIn(call.buffer) > firstOfOther) != isOther) ++foreign;
+        });
+    const auto oneCall = [](LiveRig& each) {
+        const int before = each.count;
+        each.giveToCallback();
+        each.awaitCalls(before + 1);
+    };
+    other.detector->GoLiveSeq();
+    for (int round = 0; round < 20; ++round) {
+        detector.GoLiveSeq();
+        together({[&] { oneCall(rig); }, [&] { oneCall(other); }});
+        together({[&] { detector.GoUnLive(); }, [&] { pleora.give(1); }, [&] { oneCall(other); }});
+        pleora.dropFrames();
+        EXPECT_TRUE(other.detector->IsLive());
+    }
+    together({[&] { other.detector->GoUnLive(); }, [&] { other.pleora->give(1); }});
+    EXPECT_EQ(foreign, 0);
+    for (LiveRig* each : {&rig, &other}) EXPECT_NO_THROW(each->detector->CheckForCallbackError());
+}
+
+namespace {
+
+class Rounds : public testing::Test {
+protected:
+    const support::Watchdog watchdog{std::chrono::seconds(110)};
+    const support::QuietLog quiet;
+    LiveRig rig;
+};
+
+}  // namespace
+
+TEST_F(Rounds, TenThousandOfStartAndStop) {
+    rig.installCallback([&](const LiveRig::Call&) { rig.detector->IsLive(); });
+    rig.pleora->setEndless(true);
+    for (int round = 0; round < 10000; ++round) {
+        rig.detector->GoLiveSeq(0, 3, round % 4);
+        if (round % 8 == 0) rig.awaitCalls(rig.count + 1);
+        rig.detector->GoUnLive();
+        ASSERT_FALSE(rig.detector->IsLive());
+    }
+    EXPECT_NO_THROW(rig.detector->CheckForCallbackError());
+    EXPECT_NO_THROW(rig.detector->CheckForLiveError());
+    EXPECT_EQ(rig.pleora->framesHeld(), 0);
+}

@@ -1,0 +1,147 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <random>
+#include <sstream>
+
+#include "maintenance.h"
+#include "platform/VirtualClock.h"
+#include "simulator/Rack.h"
+#include "tests/tools/ToolRun.h"
+
+namespace fs = std::filesystem;
+using simulator::Fault;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+/// The maintenance commands on the virtual clock: they wait for seconds.
+class MaintenanceCommands : public testing::Test {
+protected:
+    MaintenanceCommands() {
+        simulator::Rack::instance().reset();
+        fs::create_directories(folder);
+    }
+    ~MaintenanceCommands() override {
+        simulator::Rack::instance().reset();
+        fs::remove_all(folder);
+    }
+    std::string file(const char* name, const std::string& content) const {
+        std::ofstream(folder / name, std::ios::binary) << content;
+        return (folder / name).string();
+    }
+    static std::string image() {
+        std::mt19937 random(3);
+        std::string bytes(300000, '\0');
+        for (char& byte : bytes) byte = static_cast<char>(random());
+        return bytes;
+    }
+    std::shared_ptr<simulator::SimulatedDetector> hardware() const {
+        return simulator::Rack::instance().find("sim:6112-kestrane");
+    }
+    platform::ScopedVirtualClock clock;
+    const fs::path folder = fs::temp_directory_path() / ("qrapi-maintenance-" + std::to_string(getpid()));
+};
+
+}  // namespace
+
+TEST_F(MaintenanceCommands, FirmwareIsUploadedAndEqualsTheFile) {
+    const std::string name = file("image.bin", image());
+    const ToolRun dry = runTool({"firmware", "upload", name, "--sensor", "2", "--dry-run"});
+    EXPECT_EQ(dry.status, 0);
+    EXPECT_THAT(dry.out, HasSubstr("300000 bytes, 292 blocks of 1024 bytes will be sent to sensor 2, 992 bytes"));
+    EXPECT_TRUE(hardware()->flashContent(2).empty());
+    const ToolRun upload = runTool({"firmware", "upload", name, "--sensor", "2", "--yes"});
+    EXPECT_EQ(upload.status, 0) << upload.err;
+    EXPECT_THAT(upload.out, HasSubstr("292 blocks written to sensor 2"));
+    std::vector<std::uint8_t> expected;
+    for (const char byte : image().substr(0, 292 * 1024))
+        expected.push_back(ReverseBits(static_cast<std::uint8_t>(byte)));
+    EXPECT_EQ(hardware()->flashContent(2), expected);
+}
+
+TEST_F(MaintenanceCommands, FailedUploadsSayWhatTheFlashHolds) {
+    const std::string name = file("image.bin", image().substr(0, 10 * 1024));
+    const struct {
+        Fault fault;
+        int occasion;
+        const char* state;
+    } cases[] = {
+        {Fault::WrongChecksum, 7, "Stopped at block 7 of 10: the flash memory holds 6 blocks of the new firmware"},
+        {Fault::SilentPacket, 3, "Stopped at block 3 of 10: the flash memory holds 2 blocks of the new firmware"},
+        {Fault::RefusedErase, 1, "Nothing was erased"},
+        {Fault::EndlessErase, 1, "The erase did not end"},
+    };
+    for (const auto& test : cases) {
+        hardware()->faults().set(test.fault, {test.occasion});
+        const ToolRun failed = runTool({"firmware", "upload", name, "--sensor", "2", "--yes"});
+        EXPECT_EQ(failed.status, 1);
+        EXPECT_THAT(failed.err, HasSubstr(test.state));
+        hardware()->faults().clearAll();
+        const ToolRun again = runTool({"firmware", "upload", name, "--sensor", "2", "--yes"});
+        EXPECT_EQ(again.status, 0) << again.err;
+    }
+}
+
+TEST_F(MaintenanceCommands, UploadAsksBeforeTheErase) {
+    const std::string name = file("image.bin", image().substr(0, 2048));
+    std::istringstream answer("no\n");
+    std::streambuf* const before = std::cin.rdbuf(answer.rdbuf());
+    const ToolRun declined = runTool({"firmware", "upload", name, "--sensor", "1"});
+    std::cin.rdbuf(before);
+    EXPECT_EQ(declined.status, 1);
+    EXPECT_THAT(declined.out, HasSubstr("nothing was done"));
+    EXPECT_TRUE(hardware()->flashContent(1).empty());
+    EXPECT_EQ(runTool({"firmware", "upload", name, "--sensor", "10", "--yes"}).status, 2);
+    EXPECT_EQ(runTool({"firmware", "upload", "/nonexistent", "--sensor", "1", "--yes"}).status, 1);
+}
+
+TEST_F(MaintenanceCommands, ConfigurationIsCheckedLineByLineBeforeAnythingIsSent) {
+    const std::string good = file("good.cfg", "# all sensors\nW000300004\r\nWC1\n");
+    const std::string bad = file("bad.cfg", "W000300004\n\nnonsense\n# fine\n W100200005");
+    const ToolRun checked = runTool({"config", "load", bad, "--check"});
+    EXPECT_EQ(checked.status, 1);
+    EXPECT_THAT(checked.out, StartsWith(bad + ":2: "));
+    EXPECT_THAT(checked.out, HasSubstr(bad + ":3: "));
+    EXPECT_THAT(checked.out, HasSubstr(bad + ":5: "));
+    EXPECT_EQ(std::count(checked.out.begin(), checked.out.end(), '\n'), 3);
+    EXPECT_EQ(runTool({"config", "load", bad}).status, 1);
+    EXPECT_EQ(hardware()->readRegister(3), 0) << "not even the good line was sent";
+    EXPECT_EQ(runTool({"config", "load", good, "--check"}).status, 0);
+    EXPECT_EQ(hardware()->readRegister(3), 0);
+    EXPECT_EQ(runTool({"config", "load", good}).status, 0);
+    EXPECT_EQ(hardware()->readRegister(3), 4);
+    EXPECT_EQ(runTool({"config", "load", folder.string(), "--check"}).status, 1);
+}
+
+TEST_F(MaintenanceCommands, RegistersCommandsTemperaturesAndPower) {
+    const ToolRun write = runTool({"register", "write", "17", "12"});
+    EXPECT_EQ(write.out, "12\n");
+    EXPECT_EQ(hardware()->readRegister(17, 2), 12);
+    EXPECT_EQ(runTool({"register", "read", "17", "--sensor", "2"}).out, "12\n");
+    EXPECT_EQ(runTool({"send", "R1124"}).out, "S06112\n");
+    const ToolRun dump = runTool({"register", "dump"});
+    EXPECT_THAT(dump.out, HasSubstr("124   6112  model number"));
+    hardware()->setTemperatures(41, 28);
+    EXPECT_EQ(runTool({"temperature"}).out, "sensor 1: 41.0 C\nsensor 2: 41.0 C\nsensor 3: 28.0 C\n");
+    EXPECT_EQ(runTool({"temperature", "--sensor", "3"}).out, "sensor 3: 28.0 C\n");
+    for (const char* detector : {"ge:sim:6112", "ge:sim:6112-kestrane"}) {
+        const ToolRun reset = runTool({"--detector", detector, "power", "reset"});
+        EXPECT_EQ(reset.status, 0) << reset.err;
+        EXPECT_THAT(reset.out, StartsWith("power on: binning mode 1, 3072 x 864 pixels"));
+    }
+    EXPECT_EQ(hardware()->readRegister(17), 1) << "power-on settings";
+    const std::vector<std::vector<std::string>> refused{{"register", "read", "1000"},
+                                                        {"register", "read", "5", "--sensor", "0"},
+                                                        {"register", "write", "5", "65536"},
+                                                        {"temperature", "--watch", "0"},
+                                                        {"power"},
+                                                        {"config"}};
+    for (const auto& line : refused) EXPECT_EQ(runTool(line).status, 2) << line.front() << " " << line.back();
+}

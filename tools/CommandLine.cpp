@@ -1,0 +1,310 @@
+#include "tools/CommandLine.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <iostream>
+#include <map>
+
+#include "platform/DataFolder.h"
+#include "platform/SystemError.h"
+#include "tools/run.h"
+
+namespace tool {
+namespace {
+
+/// Where the library writes its log.
+std::string logPath() {
+    const platform::DataFolder folder = platform::localDataFolder();
+    if (folder.result < 0)
+        throw std::runtime_error("the folder of the log can't be told: " + platform::systemErrorText(-folder.result));
+    return folder.path + "/Selvo/QRAPI/qrapi_log.txt";
+}
+
+const std::map<std::string, simulator::Picture>& pictureNames() {
+    static const std::map<std::string, simulator::Picture> names{{"pattern", simulator::Picture::Pattern},
+                                                                 {"phantom", simulator::Picture::Phantom}};
+    return names;
+}
+
+/// As the library takes it, if it is a finite number above 0 there.
+float positive(double value, const std::string& option, const std::string& unit) {
+    const auto number = static_cast<float>(value);
+    if (!std::isfinite(number) || number <= 0.0F)
+        throw UsageError(option + ": must be a finite number of " + unit + " above 0");
+    return number;
+}
+
+/// Only where somebody looks: neither in a pipe nor in a file.
+std::ostream* terminalBehind(std::ostream& err) {
+    return &err == &std::cerr && isatty(STDERR_FILENO) == 1 ? &err : nullptr;
+}
+
+}  // namespace
+
+CommandLine::CommandLine() {
+    app.set_version_flag("--version", "qrapi " QRAPI_VERSION);
+    app.require_subcommand(0, 1);
+    app.fallthrough();
+    detectorOption =
+        app.add_option("-d,--detector", detector,
+                       "The detector: " + std::string(allowedDetectors) + ". Otherwise " + std::string(defaultDetector))
+            ->type_name("D");
+    app.add_flag("--log", showLog, "Print the path of the library's log file");
+    app.footer(
+        "Exit status: 0 success; 1 a call or file failed; 2 bad command line; 130 ended by Ctrl-C (live, pulse run, "
+        "temperature --watch).");
+    addShow();
+    addFrames();
+    addSettings();
+    addRegion();
+    addPulses();
+    addMaintenance();
+}
+
+CLI::App* CommandLine::addCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                                  Action action) {
+    CLI::App* const command = parent.add_subcommand(name, description);
+    commands.push_back({command, std::move(action)});
+    return command;
+}
+
+void CommandLine::addPreparation(CLI::App& command, bool withPulses) {
+    command.add_option("--set", changes, "Change a setting after the open; repeatable (qrapi set --help lists them)")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    command.add_option("--roi", region, "Set the region of interest after that and turn it on")->type_name("W,H[,ROW]");
+    if (!withPulses) return;
+    command.add_option("--pulse", pulseHz, "Let the pulse generator run, up to 500")->type_name("HZ")->expected(1);
+}
+
+void CommandLine::addExposure(CLI::App& command) {
+    command.add_option("--exposure", exposureMs, "Exposure time; otherwise as the detector is set")
+        ->type_name("MS")
+        ->expected(1);
+}
+
+void CommandLine::addPicture(CLI::App& command) {
+    command.add_option("--picture", picture, "What a simulated detector sees: pattern or phantom")->type_name("NAME");
+}
+
+void CommandLine::addShow() {
+    addCommand(app, "list", "List the simulated detectors", [](const Streams& streams) {
+        list(streams.out);
+        return exitSuccess;
+    });
+    CLI::App* const command =
+        addCommand(app, "info", "Open a detector and print what it is and can do", [this](const Streams& streams) {
+            info({preparation(streams.err), json}, streams.out);
+            return exitSuccess;
+        });
+    command->add_flag("--json", json, "Print JSON");
+    addPreparation(*command);
+}
+
+void CommandLine::addFrames() {
+    CLI::App* const snapCommand =
+        addCommand(app, "snap", "Take single frames and write them to a TIFF file, one page each",
+                   [this](const Streams& streams) { return doSnap(streams); });
+    addExposure(*snapCommand);
+    snapCommand->add_option("--count", count, "Number of frames; otherwise 1")->type_name("N");
+    addPicture(*snapCommand);
+    snapCommand->add_option("--output", output, "The file to write")->type_name("FILE")->required();
+    addPreparation(*snapCommand);
+
+    CLI::App* const liveCommand = addCommand(app, "live", "Take the frames of a live run and write them as they come",
+                                             [this](const Streams& streams) { return doLive(streams); });
+    addExposure(*liveCommand);
+    liveCommand->add_option("--count", count, "Number of frames")->type_name("N")->required();
+    addPicture(*liveCommand);
+    liveCommand
+        ->add_option("--output", output,
+                     "The TIFF file to write, one page each, or an existing directory: one file each, "
+                     "frame_000001.tif and so on")
+        ->type_name("FILE|DIR")
+        ->required();
+    liveCommand->add_flag("--callback", callback, "Take the frames by the library's callback in place of waiting");
+    addPreparation(*liveCommand);
+    liveCommand->footer(
+        "The closing line tells the frames exposed (simulated detectors only), delivered into the library's ring and\n"
+        "skipped, that is overwritten there before they could be written, and the rate of delivery.\n"
+        "Ctrl-C ends the run, keeps the frames that came before it and exits with 130; a second one kills.");
+}
+
+void CommandLine::addSettings() {
+    CLI::App* const getCommand = addCommand(app, "get", "Print settings as \"set\" takes them",
+                                            [this](const Streams& streams) { return doGet(streams); });
+    getCommand->add_option("NAME", names, "The settings to print; otherwise all");
+    getCommand->add_flag("--json", json, "Print JSON");
+    addPreparation(*getCommand);
+    getCommand->footer(settingsHelp());
+
+    CLI::App* const setCommand =
+        addCommand(app, "set", "Change settings in the order given and print what the detector made of them",
+                   [this](const Streams& streams) { return doSet(streams); });
+    setCommand->add_option("NAME=VALUE", assignments, "What to change")->required();
+    addPreparation(*setCommand);
+    setCommand->footer(settingsHelp() +
+                       "\nA simulated detector lives as long as the command: give the settings that a command needs "
+                       "by its --set.");
+}
+
+void CommandLine::addRegion() {
+    CLI::App* const roiCommand = app.add_subcommand("roi", "Show or change the region of interest");
+    roiCommand->require_subcommand(1);
+    addPreparation(*roiCommand);
+    const auto add = [&](const std::string& name, const std::string& description, const Change& change) {
+        return addCommand(*roiCommand, name, description,
+                          [this, change](const Streams& streams) { return doRoi(streams, change); });
+    };
+    add("show", "Print it", [](QuorinDetector&) {});
+    CLI::App* const setCommand = add("set", "Set it; it takes effect when it is on", [this](QuorinDetector& opened) {
+        Region wanted = area;
+        if (startRowOption->count() > 0) wanted.startRow = startRow;
+        setRegion(opened, wanted);
+    });
+    setCommand->add_option("W", area.width, "Width in pixels: the panel's")->required();
+    setCommand->add_option("H", area.height, "Height in pixels: from 128 on, in steps of 8")->required();
+    startRowOption = setCommand->add_option("ROW", startRow, "The first row; otherwise it is centred");
+    add("on", "Turn it on; turns legacy timing and slice interlacing off",
+        [](QuorinDetector& opened) { opened.SetROIEnabled(true); });
+    add("off", "Turn it off", [](QuorinDetector& opened) { opened.SetROIEnabled(false); });
+    add("margin", "Turn the margin around it on or off",
+        [this](QuorinDetector& opened) { opened.SetROIMarginEnabled(margin == "on"); })
+        ->add_option("STATE", margin, "on or off")
+        ->required()
+        ->check(CLI::IsMember({"on", "off"}));
+}
+
+void CommandLine::addPulses() {
+    CLI::App* const pulseCommand = app.add_subcommand("pulse", "Drive the pulse generator");
+    pulseCommand->require_subcommand(1);
+    addPreparation(*pulseCommand, false);
+    pulseCommand->footer(
+        "The generator goes off when the board is closed, which each command does at its end. Frames follow the pulses "
+        "once\nthe detector is triggered: --set trigger_source=bits_5_and_6. While it runs free its frames come "
+        "without them.");
+    const auto add = [&](const std::string& name, const std::string& description, PulseAction action) {
+        return addCommand(*pulseCommand, name, description,
+                          [this, action](const Streams& streams) { return doPulse(streams, action); });
+    };
+    const auto addFrequency = [this](CLI::App& command) {
+        command.add_option("HZ", frequencyHz, "The frequency, up to 500")->required();
+    };
+    addFrequency(*add("on", "Set it up and let it pulse", PulseAction::On));
+    add("off", "Take it out of the trigger's way", PulseAction::Off);
+    CLI::App* const run =
+        add("run", "Take the frames of a live run while it pulses, and say how many came", PulseAction::Run);
+    addFrequency(*run);
+    run->add_option("--for", seconds, "How long")->type_name("SECONDS")->required();
+    add("hold", "Hold its pulses back", PulseAction::Hold);
+
+    addPreparation(*addCommand(app, "trigger", "Send one trigger edge by software", [this](const Streams& streams) {
+        trigger(preparation(streams.err), streams.out);
+        return exitSuccess;
+    }));
+}
+
+DetectorAddress CommandLine::detectorOrDefault(std::ostream& err) const {
+    if (detectorOption->count() == 0) {
+        err << "detector: " << defaultDetector << " (none was named)\n";
+        return parseDetectorAddress(defaultDetector).value();
+    }
+    const std::optional<DetectorAddress> parsed = parseDetectorAddress(detector);
+    if (!parsed) throw UsageError("--detector: " + detector + " is none; allowed is " + std::string(allowedDetectors));
+    return *parsed;
+}
+
+Preparation CommandLine::preparation(std::ostream& err) const {
+    Preparation asked;
+    for (const std::string& change : changes) asked.changes.push_back(parseAssignment(change).change);
+    if (!region.empty()) {
+        asked.region = parseRegion(region);
+        if (!asked.region) throw UsageError("--roi: " + region + " is none; allowed is W,H[,ROW] in pixels");
+    }
+    if (!pulseHz.empty()) asked.pulseHz = positive(pulseHz.back(), "--pulse", "Hz");
+    if (!exposureMs.empty()) asked.exposureMs = positive(exposureMs.back(), "--exposure", "milliseconds");
+    if (!picture.empty()) {
+        const auto named = pictureNames().find(picture);
+        if (named == pictureNames().end())
+            throw UsageError("--picture: " + picture + " is none; allowed is pattern or phantom");
+        asked.picture = named->second;
+    }
+    asked.detector = detectorOrDefault(err);
+    if (asked.picture && !asked.detector.isSimulated())
+        throw UsageError("--picture: only simulated detectors (ge:sim:...) let their picture be chosen");
+    return asked;
+}
+
+int CommandLine::checkedCount() const {
+    if (count < 1) throw UsageError("--count: must be at least 1");
+    return count;
+}
+
+int CommandLine::doSnap(const Streams& streams) const {
+    const int frames = checkedCount();
+    snap({preparation(streams.err), frames, output}, streams.out);
+    return exitSuccess;
+}
+
+int CommandLine::doLive(const Streams& streams) const {
+    const int frames = checkedCount();
+    return live({preparation(streams.err), frames, output, callback}, streams.out, terminalBehind(streams.err));
+}
+
+int CommandLine::doGet(const Streams& streams) const {
+    GetRequest request;
+    for (const std::string& name : names) request.settings.push_back(&findSetting(name));
+    if (names.empty())
+        for (const Setting& setting : settings()) request.settings.push_back(&setting);
+    request.json = json;
+    request.preparation = preparation(streams.err);
+    get(request, streams.out);
+    return exitSuccess;
+}
+
+int CommandLine::doSet(const Streams& streams) const {
+    SetRequest request;
+    for (const std::string& text : assignments) request.assignments.push_back(parseAssignment(text));
+    request.preparation = preparation(streams.err);
+    set(request, streams.out);
+    return exitSuccess;
+}
+
+int CommandLine::doRoi(const Streams& streams, const Change& change) const {
+    roi({preparation(streams.err), change}, streams.out);
+    return exitSuccess;
+}
+
+int CommandLine::doPulse(const Streams& streams, PulseAction action) const {
+    PulseRequest request;
+    request.action = action;
+    if (action == PulseAction::On || action == PulseAction::Run)
+        request.frequencyHz = positive(frequencyHz, "HZ", "Hz");
+    if (action == PulseAction::Run) {
+        constexpr double longest = 1e9;  // thirty years, and within the clock's range
+        if (seconds > longest) throw UsageError("--for: must be at most 1e9 seconds");
+        request.duration = std::chrono::duration_cast<std::chrono::nanoseconds>(
+            std::chrono::duration<double>(positive(seconds, "--for", "seconds")));
+    }
+    request.preparation = preparation(streams.err);
+    return pulse(request, streams.out);
+}
+
+int CommandLine::execute(std::ostream& out, std::ostream& err) const {
+    const bool hasCommand = !app.get_subcommands().empty();
+    if (showLog == hasCommand) {
+        if (showLog) throw UsageError("--log stands alone, without a command");
+        throw UsageError(
+            "a command is needed, such as list, info, snap, live, get or set (qrapi --help lists them all)");
+    }
+    if (showLog) {
+        out << logPath() << "\n";
+        return exitSuccess;
+    }
+    for (const Command& command : commands)
+        if (command.declared->parsed()) return command.action({out, err});
+    throw std::logic_error("a command has no action");
+}
+
+}  // namespace tool

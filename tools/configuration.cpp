@@ -1,0 +1,47 @@
+#include <qrapi/QuorinDetector.h>
+#include <qrapi/maintenance.h>
+
+#include <filesystem>
+#include <fstream>
+#include <ostream>
+#include <stdexcept>
+
+#include "tools/maintenance.h"
+#include "tools/run.h"
+
+namespace tool {
+namespace {
+
+/// Prints the lines that a detector would not be sent, with their numbers. Returns how many there are.
+int reportRefusedLines(const ConfigRequest& request, std::ostream& out) {
+    std::ifstream file(request.file, std::ios::binary);
+    if (!file || std::filesystem::is_directory(request.file))
+        throw std::runtime_error(request.file + ": the file can't be read");
+    const auto nextByte = [&](char& byte) { return static_cast<bool>(file.get(byte)); };
+    int refused = 0;
+    for (int number = 1; const std::optional<std::string> line = NextConfigLine(nextByte); ++number) {
+        if (ClassifyConfigLine(*line, request.preparation.detector.transport == TransportGE).kind !=
+            ConfigLineKind::Refused)
+            continue;
+        out << request.file << ":" << number
+            << (line->front() == '\n' ? ": an empty line is no command and no comment\n"
+                                      : ": a command begins with W or R, a comment with #\n");
+        ++refused;
+    }
+    return refused;
+}
+
+}  // namespace
+
+int loadConfiguration(const ConfigRequest& request, std::ostream& out) {
+    if (reportRefusedLines(request, out) > 0) return exitFailedCall;
+    if (request.checkOnly) return exitSuccess;
+    QuorinDetector detector = makeDetector(request.preparation.detector);
+    openPrepared(detector, request.preparation);
+    detector.LoadSensorConfigFile(request.file.c_str());
+    detector.CloseBoard();
+    out << request.file << ": loaded\n";
+    return exitSuccess;
+}
+
+}  // namespace tool

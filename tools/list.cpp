@@ -1,0 +1,38 @@
+#include <iomanip>
+#include <ostream>
+
+#include "simulator/Rack.h"
+#include "tools/commands.h"
+#include "tools/names.h"
+
+namespace tool {
+namespace {
+
+constexpr int addressColumn = 26;
+constexpr int modelColumn = 8;
+constexpr int sizeColumn = 14;
+constexpr int electronicsColumn = 13;
+
+void row(std::ostream& out, const std::string& address, const std::string& model, const std::string& size,
+         std::string_view electronics, const std::string& firmware) {
+    out << std::left << std::setw(addressColumn) << address << std::setw(modelColumn) << model << std::setw(sizeColumn)
+        << size << std::setw(electronicsColumn) << electronics << firmware << "\n";
+}
+
+}  // namespace
+
+void list(std::ostream& out) {
+    row(out, "DETECTOR", "MODEL", "PANEL", "ELECTRONICS", "FIRMWARE");
+    simulator::Rack& rack = simulator::Rack::instance();
+    for (const std::string& address : rack.gigeAddresses()) {
+        const auto detector = rack.find(address);
+        if (detector == nullptr) continue;
+        const simulator::Profile& profile = detector->profile();
+        row(out, "ge:" + address, std::to_string(profile.model),
+            std::to_string(profile.sensorWidth * profile.sensorsAcross) + " x " +
+                std::to_string(profile.sensorHeight * profile.sensorsDown),
+            electronicsName(profile.isKestrane()), std::to_string(profile.firmwareVersion));
+    }
+}
+
+}  // namespace tool

@@ -1,0 +1,169 @@
+#include "tools/maintenance.h"
+
+#include <qrapi/QuorinDetector.h>
+
+#include <array>
+#include <chrono>
+#include <iomanip>
+#include <ostream>
+
+#include "panelTable.h"
+#include "platform/Clock.h"
+#include "tools/Interrupt.h"
+#include "tools/commands.h"
+#include "tools/run.h"
+
+namespace tool {
+namespace {
+
+struct KnownRegister {
+    int number;
+    const char* name;
+};
+
+constexpr std::array<KnownRegister, 41> knownRegisters{{
+    {0, "mode: test mode, exposure mode, trigger source, cross-talk correction"},
+    {1, "control: flagged binning, linearization, readout mode, region, frame counter"},
+    {3, "binning code, full well mode"},
+    {5, "take up binning and full well mode"},
+    {7, "sensor height"},
+    {8, "sensor width"},
+    {9, "row binning"},
+    {10, "column binning"},
+    {11, "exposure window, low half, 0.01 ms"},
+    {12, "exposure window, high half"},
+    {17, "number of exposures"},
+    {18, "gap time, 0.1 ms"},
+    {27, "pre-programmed window 1, low half, 0.01 ms"},
+    {28, "pre-programmed window 1, high half"},
+    {29, "pre-programmed window 2, low half"},
+    {30, "pre-programmed window 2, high half"},
+    {31, "pre-programmed window 3, low half"},
+    {32, "pre-programmed window 3, high half"},
+    {33, "pre-programmed window 4, low half"},
+    {34, "pre-programmed window 4, high half"},
+    {36, "feature word"},
+    {37, "feature word"},
+    {38, "firmware build 1"},
+    {39, "firmware build 2"},
+    {40, "firmware build 3"},
+    {109, "temperature (Kestrane electronics)"},
+    {112, "raw thermistor reading (other electronics)"},
+    {116, "temperature request (other electronics)"},
+    {124, "model number"},
+    {125, "serial number"},
+    {126, "firmware version"},
+    {127, "model and firmware, older form"},
+    {129, "electronics family"},
+    {130, "feature word"},
+    {401, "staged: interlacing off, legacy timing off, region margin off"},
+    {402, "region: start row"},
+    {403, "region: height"},
+    {404, "region: start column"},
+    {405, "region: width on one sensor"},
+    {410, "readout time, 0.002 ms"},
+    {418, "flash status"},
+}};
+
+/// The sensors that a temperature is worth asking of: each one, and the auxiliary probe behind them.
+int temperatureCount(const QuorinDetector& detector) {
+    constexpr int kestraneElectronics = 2;
+    if (detector.GetSensorVersion() != kestraneElectronics) return 1;
+    const PanelModel* const panel = findPanel(detector.GetModelNumber());
+    const int sensors = panel == nullptr ? 1 : panel->sensorCount();
+    return sensors == 1 ? 1 : sensors + 1;
+}
+
+void printTemperatures(const QuorinDetector& detector, const TemperatureRequest& request, std::ostream& out) {
+    const int first = request.sensor.value_or(1);
+    const int last = request.sensor.value_or(temperatureCount(detector));
+    for (int sensor = first; sensor <= last; ++sensor)
+        out << "sensor " << sensor << ": " << std::fixed << std::setprecision(1) << detector.GetDetectorTemp(sensor)
+            << " C\n";
+    out.flush();
+}
+
+}  // namespace
+
+int temperature(const TemperatureRequest& request, std::ostream& out) {
+    constexpr std::chrono::nanoseconds slice = std::chrono::milliseconds(50);
+    QuorinDetector detector = makeDetector(request.preparation.detector);
+    openPrepared(detector, request.preparation);
+    printTemperatures(detector, request, out);
+    int status = exitSuccess;
+    if (request.watchSeconds) {
+        const Interrupt interrupt;
+        const auto pause =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(*request.watchSeconds));
+        platform::Time due = platform::now() + pause;
+        while (!interrupt.isRequested()) {
+            platform::sleepFor(std::min(slice, pause));
+            if (platform::now() < due) continue;
+            printTemperatures(detector, request, out);
+            due += pause;
+        }
+        status = exitInterrupted;
+    }
+    detector.CloseBoard();
+    return status;
+}
+
+void power(const Preparation& preparation, PowerAction action, std::ostream& out) {
+    QuorinDetector detector = makeDetector(preparation.detector);
+    openPrepared(detector, preparation);
+    switch (action) {
+        case PowerAction::On:
+            detector.PowerSwitch(true);
+            break;
+        case PowerAction::Off:
+            detector.PowerSwitch(false);
+            break;
+        case PowerAction::Reset:
+            detector.SoftReset();
+            break;
+    }
+    if (action == PowerAction::Off)
+        out << "power off: the detector can't be opened again until its supply was cycled\n";
+    else
+        out << "power on: binning mode " << detector.GetBinningMode() << ", " << detector.GetBufferXdim() << " x "
+            << detector.GetBufferYdim() << " pixels, exposure time " << detector.GetExposureTime() << " ms\n";
+    detector.CloseBoard();
+}
+
+void readRegister(const RegisterRequest& request, std::ostream& out) {
+    QuorinDetector detector = makeDetector(request.preparation.detector);
+    openPrepared(detector, request.preparation);
+    out << detector.ReadRegister(request.number, request.sensor) << "\n";
+    detector.CloseBoard();
+}
+
+void writeRegister(const RegisterRequest& request, std::ostream& out) {
+    constexpr int readSensor = 1;
+    QuorinDetector detector = makeDetector(request.preparation.detector);
+    openPrepared(detector, request.preparation);
+    detector.WriteRegister(request.number, request.value, request.sensor);
+    out << detector.ReadRegister(request.number, request.sensor == 0 ? readSensor : request.sensor) << "\n";
+    detector.CloseBoard();
+}
+
+void dumpRegisters(const RegisterRequest& request, std::ostream& out) {
+    QuorinDetector detector = makeDetector(request.preparation.detector);
+    openPrepared(detector, request.preparation);
+    for (const KnownRegister& known : knownRegisters)
+        out << std::setw(3) << known.number << "  " << std::setw(5)
+            << detector.ReadRegister(known.number, request.sensor) << "  " << known.name << "\n";
+    detector.CloseBoard();
+}
+
+void sendCommand(const Preparation& preparation, const std::string& command, std::ostream& out) {
+    QuorinDetector detector = makeDetector(preparation.detector);
+    openPrepared(detector, preparation);
+    std::array<char, 100> reply{};
+    detector.SendCommand(command.c_str(), reply.data());
+    std::string text = reply.data();
+    if (!text.empty() && text.back() == '\r') text.pop_back();
+    out << text << "\n";
+    detector.CloseBoard();
+}
+
+}  // namespace tool

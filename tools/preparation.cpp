@@ -1,0 +1,73 @@
+#include "tools/preparation.h"
+
+#include <cmath>
+
+#include "simulator/Rack.h"
+#include "tools/names.h"
+
+namespace tool {
+namespace {
+
+constexpr float timeoutMarginMs = 5000.0F;
+constexpr float msPerSecond = 1000.0F;
+
+}  // namespace
+
+QuorinDetector makeDetector(const DetectorAddress& address) {
+    return {address.transport, address.unit, address.address.c_str()};
+}
+
+std::shared_ptr<simulator::SimulatedDetector> simulatedBehind(const DetectorAddress& address) {
+    return address.isSimulated() ? simulator::Rack::instance().find(address.address) : nullptr;
+}
+
+void openWithSettings(QuorinDetector& detector, const Preparation& preparation) {
+    // An address that the rack doesn't know fails when it is opened, with the library's own words.
+    if (preparation.picture)
+        if (const auto simulated = simulatedBehind(preparation.detector)) simulated->setPicture(*preparation.picture);
+    detector.OpenBoard();
+    for (const Change& change : preparation.changes) change(detector);
+    if (preparation.region) {
+        setRegion(detector, *preparation.region);
+        detector.SetROIEnabled(true);
+    }
+    if (preparation.exposureMs) detector.SetExposureTime(*preparation.exposureMs);
+}
+
+void startPulses(QuorinDetector& detector, const Preparation& preparation) {
+    if (!preparation.pulseHz) return;
+    detector.EnablePulseGenerator(*preparation.pulseHz);
+    detector.ToggleGenerator(true);
+}
+
+void openPrepared(QuorinDetector& detector, const Preparation& preparation) {
+    openWithSettings(detector, preparation);
+    startPulses(detector, preparation);
+}
+
+int frameTimeoutMs(const QuorinDetector& detector, const Preparation& preparation) {
+    const float pulsePeriodMs = preparation.pulseHz ? msPerSecond / *preparation.pulseHz : 0.0F;
+    const float frameMs = detector.GetExposureTime() + detector.GetReadOutTime() + pulsePeriodMs;
+    constexpr float longestMs = 1e9F;  // eleven days, and within an int
+    return static_cast<int>(std::ceil(std::fmin(2.0F * frameMs + timeoutMarginMs, longestMs)));
+}
+
+nlohmann::ordered_json describeFrames(const QuorinDetector& detector) {
+    return {
+        {"model", detector.GetModelNumber()},
+        {"serial_number", detector.GetSerialNumber()},
+        {"exposure_time_ms", roundedMs(detector.GetExposureTime())},
+        {"binning", nameOf(detector.GetBinningMode())},
+        {"field_count", nullptr},
+        {"buffer", nullptr},
+        {"transport", nameOf(detector.GetTransportMethod())},
+    };
+}
+
+std::string describeFrame(nlohmann::ordered_json frames, int fieldCount, int buffer) {
+    frames["field_count"] = fieldCount;
+    frames["buffer"] = buffer;
+    return frames.dump();
+}
+
+}  // namespace tool
