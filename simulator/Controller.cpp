@@ -17,6 +17,10 @@ namespace {
 constexpr platform::Time busyReplyDelay = std::chrono::milliseconds(1);
 
 constexpr platform::Time conversionTime = std::chrono::milliseconds(30);
+constexpr std::string_view powerOnCommand = "WP1";
+constexpr std::string_view powerOffCommand = "WP0";
+constexpr std::string_view interfaceOnCommand = "WC1";
+constexpr std::string_view interfaceOffCommand = "WC0";
 constexpr std::string_view replyVersion = "SV1";
 constexpr double kestraneMinimumWindowMs = 0.5;
 
@@ -44,15 +48,18 @@ Reply Controller::execute(std::string_view text) {
     const std::optional<RegisterCommand> registerCommand = parseRegisterCommand(text);
     {
         const platform::MutexLock lock(mutex);
-        if (booting()) return silence();
-        const bool powerCommand = text == "WP0" || text == "WP1";
+        const bool interfaceCommand = text == interfaceOnCommand || text == interfaceOffCommand;
+        // Plain electronics switch their interface by a circuit that doesn't wait for the controller.
+        if (booting() && (profile.isKestrane() || !interfaceCommand)) return silence();
+        const bool powerCommand = interfaceCommand || text == powerOnCommand || text == powerOffCommand;
         if (power == Power::Off && !powerCommand) return silence();
         // In low power the controller sleeps, but for what wakes it, its version and its flash status.
         const bool flashStatus =
             registerCommand && !registerCommand->write && registerCommand->number == reg::flashStatus;
         if (power == Power::Low && !powerCommand && text != "RV" && !flashStatus) return {std::string(replyRefused)};
     }
-    if (text == "WP0" || text == "WP1") return switchPower(text == "WP1");
+    if (text == powerOnCommand || text == powerOffCommand) return switchPower(text == powerOnCommand);
+    if (text == interfaceOnCommand || text == interfaceOffCommand) return switchInterface(text == interfaceOnCommand);
     if (text == "RV") return {std::string(replyVersion)};
     if (text == "M1") return startAuxiliary();
     if (text == "RM8") return readAuxiliary();
@@ -110,6 +117,17 @@ Reply Controller::switchPower(bool on) {
         auxiliaryStartedAt = platform::never;
     }
     return {std::string(replyAccepted)};
+}
+
+Reply Controller::switchInterface(bool on) {
+    const platform::MutexLock lock(mutex);
+    linkInterfaceOn = on;
+    return {std::string(replyAccepted)};
+}
+
+bool Controller::interfaceOn() const {
+    const platform::MutexLock lock(mutex);
+    return linkInterfaceOn;
 }
 
 bool Controller::booting() const {
@@ -193,8 +211,8 @@ ExposureSetup Controller::exposureSetup() const {
 
 double Controller::readoutMs() const {
     if (fixedReadoutMs > 0) return fixedReadoutMs;
-    return readoutTimeMs({profile.model, profile.firmwareVersion, profile.isKestrane(), bank.legacyTiming(),
-                          bank.binning(), bank.rowsRead()});
+    return readoutTimeMs({profile.model, profile.firmwareVersion, profile.isKestrane(),
+                          profile.link == Link::CameraLink, bank.legacyTiming(), bank.binning(), bank.rowsRead()});
 }
 
 bool Controller::readoutTimeSettled() const {

@@ -39,6 +39,8 @@ public:
     void poke(int number, std::uint16_t value, int sensor);
 
     ExposureSetup exposureSetup() const;
+    /// Whether frames reach the link.
+    bool interfaceOn() const;
 
     void setMinimumWindowMs(double window);
     void setReadoutTimeSettleMs(double time);
@@ -57,6 +59,7 @@ private:
     Reply executeFlash(const FlashCommand& command);
     Reply executeRegister(const RegisterCommand& command);
     Reply switchPower(bool on);
+    Reply switchInterface(bool on);
     Reply startAuxiliary();
     Reply readAuxiliary();
     bool booting() const REQUIRES(mutex);
@@ -78,6 +81,7 @@ private:
     double flashBusyMs GUARDED_BY(mutex) = 30;
     FlashMemory flash GUARDED_BY(mutex);
     Power power GUARDED_BY(mutex) = Power::On;
+    bool linkInterfaceOn GUARDED_BY(mutex) = true;  ///< no switch of the power touches it
     platform::Time bootEnds GUARDED_BY(mutex){platform::Time::min()};
     platform::Time temperatureRequestedAt GUARDED_BY(mutex){0};
     platform::Time auxiliaryStartedAt GUARDED_BY(mutex){platform::Time::max()};

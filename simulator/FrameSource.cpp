@@ -72,7 +72,7 @@ void FrameSource::finish() {
             ++counts.lostByFault;
             return;
         }
-        if (!receiver) {
+        if (!receiver || !controller->interfaceOn()) {
             ++counts.lostNoReceiver;
             return;
         }

@@ -10,6 +10,9 @@
 
 namespace simulator {
 
+/// The link that a panel's readout is paced for.
+enum class Link { GigE, CameraLink };
+
 /// What a simulated detector is made as. Start from a named profile and change what a test needs.
 struct Profile {
     std::string name;
@@ -21,6 +24,7 @@ struct Profile {
     std::uint16_t featureWord36 = 0;
     std::uint16_t featureWord37 = 0;
     std::uint16_t featureWord130 = 0;
+    Link link = Link::GigE;  ///< `CameraLink` for detectors in the rack's slots
 
     // Panel, unbinned. Named profiles take it from the panel table; a model without a row there needs it set.
     int sensorWidth = 0;

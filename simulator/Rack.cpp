@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -36,11 +37,24 @@ std::optional<Profile> profileAt(std::string_view address) {
     return profile;
 }
 
+bool isProfileSlot(int number) {
+    return number >= 0 && std::cmp_less(number, namedProfiles().size());
+}
+
+Profile profileInSlot(int number) {
+    constexpr int firstSlotSpecimen = 500;  // far from the specimens that the addresses count
+    Profile profile = namedProfiles()[static_cast<std::size_t>(number)];
+    profile.serialNumber += firstSlotSpecimen;
+    profile.link = Link::CameraLink;
+    return profile;
+}
+
 }  // namespace
 
 struct Rack::State {
     platform::Mutex mutex;
     std::map<std::string, std::shared_ptr<SimulatedDetector>, std::less<>> detectors GUARDED_BY(mutex);
+    std::map<int, std::shared_ptr<SimulatedDetector>> slots GUARDED_BY(mutex);  ///< null: taken out
 };
 
 Rack::Rack() : state(std::make_unique<State>()) {}
@@ -82,10 +96,38 @@ std::vector<std::string> Rack::gigeAddresses() const {
     return addresses;
 }
 
+std::shared_ptr<SimulatedDetector> Rack::slot(int number) {
+    const platform::MutexLock lock(state->mutex);
+    if (const auto place = state->slots.find(number); place != state->slots.end()) return place->second;
+    if (!isProfileSlot(number)) return nullptr;
+    return state->slots.emplace(number, SimulatedDetector::create(profileInSlot(number))).first->second;
+}
+
+void Rack::mountSlot(int number, std::shared_ptr<SimulatedDetector> detector) {
+    if (number < 0) throw std::invalid_argument("the slots of the rack are numbered from 0 on");
+    const platform::MutexLock lock(state->mutex);
+    // What was there goes after the lock does.
+    std::swap(state->slots[number], detector);
+}
+
+std::vector<int> Rack::slots() const {
+    std::set<int> occupied;
+    for (int number = 0; isProfileSlot(number); ++number) occupied.insert(number);
+    const platform::MutexLock lock(state->mutex);
+    for (const auto& [number, detector] : state->slots)
+        if (detector)
+            occupied.insert(number);
+        else
+            occupied.erase(number);
+    return {occupied.begin(), occupied.end()};
+}
+
 void Rack::reset() {
     std::map<std::string, std::shared_ptr<SimulatedDetector>, std::less<>> gone;
+    std::map<int, std::shared_ptr<SimulatedDetector>> outOfSlots;
     const platform::MutexLock lock(state->mutex);
     gone.swap(state->detectors);
+    outOfSlots.swap(state->slots);
 }
 
 }  // namespace simulator

@@ -12,9 +12,9 @@ namespace simulator {
 
 /// Where the simulated detectors of this process are reached. Any thread may call.
 ///
-/// GigE: the address text `sim:<profile>`, with `#2`, `#3` ... behind it for further ones of the same profile. A
-/// detector is made at the first look at its address and lives as long as the process: its registers survive
-/// reconnects as hardware's do.
+/// GigE: the address text `sim:<profile>`, with `#2`, `#3` ... behind it for further ones of the same profile. Camera
+/// Link: slots, of which 0 to 9 hold the named profiles in their order. A detector is made at the first look at its
+/// address or slot and lives as long as the process: its registers survive reconnects as hardware's do.
 class QRAPI_EXPORT Rack {
 public:
     static Rack& instance();
@@ -28,6 +28,16 @@ public:
 
     /// The addresses `sim:<profile>` of all profiles with a GigE road, then those mounted or made besides.
     std::vector<std::string> gigeAddresses() const;
+
+    /// The detector in the slot; made at the first look at one of 0 to 9. Null if the slot is empty.
+    std::shared_ptr<SimulatedDetector> slot(int number);
+
+    /// Puts a detector of any mix into a slot from 0 on, in place of what was there; null leaves it empty. Throws
+    /// std::invalid_argument for a number below 0.
+    void mountSlot(int number, std::shared_ptr<SimulatedDetector> detector);
+
+    /// The numbers of the occupied slots, in their order.
+    std::vector<int> slots() const;
 
     /// Takes everything out of the rack, so that the next look makes new detectors. For tests; one that exchanges the
     /// clock needs it, since a detector's timeline does not follow from one clock to another.

@@ -17,7 +17,7 @@ struct MeasuredReadout {
     double ms;
 };
 
-// Electronics without Kestrane timing. Where GigE and Camera Link differ, this is the GigE time: the slower one.
+// Electronics without Kestrane timing. Where GigE and Camera Link differ, this is the GigE time.
 constexpr std::array<MeasuredReadout, 19> measured{{
     {5101, false, Bin1x1, 16.93}, {5101, false, Bin2x2, 6.42},  {5101, false, Bin4x4, 5.24},
     {6112, false, Bin1x1, 16.93}, {6112, false, Bin2x2, 6.42},  {6112, false, Bin4x4, 5.24},
@@ -26,6 +26,15 @@ constexpr std::array<MeasuredReadout, 19> measured{{
     {6213, false, Bin4x4, 11.62}, {6213, true, Bin1x1, 56.95},  {7127, false, Bin1x1, 188.68},
     {7127, true, Bin1x1, 188.68}, {7127, false, Bin2x2, 14.25}, {7127, false, Bin4x4, 11.62},
     {8131, false, Bin1x1, 37.92},
+}};
+
+// The times that are other ones on Camera Link.
+constexpr std::array<MeasuredReadout, 5> measuredOnCameraLink{{
+    {5309, false, Bin1x1, 37.69},
+    {5309, false, Bin2x2, 14.2},
+    {5309, false, Bin4x4, 11.51},
+    {7127, false, Bin1x1, 37.74},
+    {7127, true, Bin1x1, 56.95},
 }};
 
 struct SlowedFirmware {
@@ -82,9 +91,14 @@ std::optional<double> measuredMs(const ReadoutConditions& conditions) {
             if (row.legacyTiming == conditions.legacyTiming && row.binning == conditions.binning) return row.ms;
         return std::nullopt;
     }
-    const bool slowed = isSlowed(conditions);
+    const auto fits = [&, slowed = isSlowed(conditions)](const MeasuredReadout& row) {
+        return row.model == conditions.model && row.slowed == slowed && row.binning == conditions.binning;
+    };
+    if (conditions.cameraLink)
+        for (const MeasuredReadout& row : measuredOnCameraLink)
+            if (fits(row)) return row.ms;
     for (const MeasuredReadout& row : measured)
-        if (row.model == conditions.model && row.slowed == slowed && row.binning == conditions.binning) return row.ms;
+        if (fits(row)) return row.ms;
     return std::nullopt;
 }
 

@@ -12,6 +12,7 @@ struct ReadoutConditions {
     int model = 0;
     int firmwareVersion = 0;
     bool kestrane = false;
+    bool cameraLink = false;    ///< the readout is paced for that link
     bool legacyTiming = false;  ///< only Kestrane electronics know another one
     bins binning = Bin1x1;
     int rowsRead = 0;  ///< of one sensor, unbinned
