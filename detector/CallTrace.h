@@ -68,6 +68,12 @@ std::string list(const Arguments&... arguments) {
 
 }  // namespace trace
 
+/// The arguments of a call, as text once the frame asks for it.
+template <class... Arguments>
+auto traced(const Arguments&... arguments) {
+    return [&] { return trace::list(arguments...); };
+}
+
 /// A public method's qualified name and where its frame stands.
 struct MethodName {
     // NOLINTNEXTLINE(google-explicit-constructor): a name is given as plain text at each method

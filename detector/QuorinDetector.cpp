@@ -6,24 +6,19 @@
 
 #include "InternalUtils/Failure.h"
 #include "detector/CallTrace.h"
+#include "detector/EpixDetector.h"
 #include "detector/PleoraDetector.h"
 
 namespace {
-
-/// The arguments of a call, as text once the frame asks for it.
-template <class... Arguments>
-auto traced(const Arguments&... arguments) {
-    return [&] { return trace::list(arguments...); };
-}
 
 [[noreturn]] void refuseTransport(int line = __builtin_LINE()) {
     fail("Unsupported transport type", DerrBadRequest, "QuorinDetector::QuorinDetector", 0, "", line, __FILE__);
 }
 
-std::unique_ptr<baseDetector> makeCore(DetectorInterface transport, const char* param, QuorinDetector* owner) {
+std::unique_ptr<baseDetector> makeCore(DetectorInterface transport, int unit, const char* param,
+                                       QuorinDetector* owner) {
     if (transport == TransportGE) return std::make_unique<PleoraDetector>(param, owner);
-    if (transport == TransportCL)
-        fail("Camera Link detectors are not available yet.", DerrBadRequest, "QuorinDetector::QuorinDetector");
+    if (transport == TransportCL) return std::make_unique<EpixDetector>(unit, param, owner);
     refuseTransport();
 }
 
@@ -35,13 +30,13 @@ QuorinDetector::QuorinDetector(DevInfo& info) {
         const bool gigE = info.iface == TransportGE && info.grabberFlag == 0;
         if (!cameraLink && !gigE) refuseTransport();
         const std::string param(info.param, strnlen(info.param, sizeof(info.param)));
-        core = makeCore(info.iface, param.c_str(), this).release();
+        core = makeCore(info.iface, info.unit, param.c_str(), this).release();
     });
 }
 
 QuorinDetector::QuorinDetector(DetectorInterface transport, int unit, const char* param) {
     callFrame("QuorinDetector::QuorinDetector", traced(static_cast<int>(transport), unit, param),
-              [&] { core = makeCore(transport, param, this).release(); });
+              [&] { core = makeCore(transport, unit, param, this).release(); });
 }
 
 QuorinDetector::QuorinDetector(QuorinDetector&& other) noexcept : core(other.core.exchange(nullptr)) {

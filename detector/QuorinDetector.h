@@ -299,8 +299,11 @@ public:
     void SetSlowed(bool slowed);
     /// @}
 
-private:
+protected:
+    /// The core. Fails with code 4 on a moved-from object.
     baseDetector& detector() const;
+
+private:
     void adopt() noexcept;
 
     std::atomic<baseDetector*> core{nullptr};  ///< owned; null only in a moved-from object

@@ -11,7 +11,6 @@ int main() {
         detector.OpenBoard();
         detector.SetExposureTime(100.0F);  // ms
         detector.Snap(0, 5000);            // one frame into buffer 0, within 5 s
-        detector.WaitImage(5000);
         QorImage image;
         detector.ReadBuffer(0, image, 0);  // into plane 0, built to fit
         detector.CloseBoard();

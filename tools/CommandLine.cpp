@@ -232,7 +232,7 @@ Preparation CommandLine::preparation(std::ostream& err) const {
     }
     asked.detector = detectorOrDefault(err);
     if (asked.picture && !asked.detector.isSimulated())
-        throw UsageError("--picture: only simulated detectors (ge:sim:...) let their picture be chosen");
+        throw UsageError("--picture: only simulated detectors (ge:sim:... and cl:...) let their picture be chosen");
     return asked;
 }
 

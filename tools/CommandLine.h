@@ -88,6 +88,8 @@ private:
     int number = 0;
     int value = 0;
     std::string inputFile;
+    std::string interfaceState;
+    std::string networkAddress;
     bool checkOnly = false;
     bool yes = false;
     bool dryRun = false;

@@ -41,6 +41,26 @@ void CommandLine::addMaintenance() {
     addPower("on", "Switch it on; the detector comes up with its power-on settings", PowerAction::On);
     addPower("off", "Switch it off, on Kestrane electronics to low power", PowerAction::Off);
     addPower("reset", "Switch it off and on again", PowerAction::Reset);
+    addCommand(*powerCommand, "interface", "Switch a detector's Camera Link interface on or off",
+               [this](const Streams& streams) {
+                   powerInterface(preparation(streams.err), interfaceState == "on", streams.out);
+                   return exitSuccess;
+               })
+        ->add_option("STATE", interfaceState, "on or off")
+        ->required()
+        ->check(CLI::IsMember({"on", "off"}));
+
+    addCommand(app, "persistent-ip", "Set the network address that a GigE detector keeps for itself",
+               [this](const Streams& streams) {
+                   const auto address = parseNetworkAddress(networkAddress);
+                   if (!address)
+                       throw UsageError("A.B.C.D: " + networkAddress +
+                                        " is none; allowed are four numbers of 0 to 255 with points between");
+                   setPersistentAddress(preparation(streams.err), *address, streams.out);
+                   return exitSuccess;
+               })
+        ->add_option("A.B.C.D", networkAddress, "The address, such as 192.168.1.20")
+        ->required();
 
     CLI::App* const configCommand = app.add_subcommand("config", "Sensor configuration files");
     configCommand->require_subcommand(1);

@@ -24,7 +24,7 @@ std::optional<int> parseUnit(std::string_view digits) {
 }  // namespace
 
 bool DetectorAddress::isSimulated() const {
-    return transport == TransportGE && startsWith(address, simulatedPrefix);
+    return transport == TransportCL || startsWith(address, simulatedPrefix);
 }
 
 std::optional<DetectorAddress> parseDetectorAddress(std::string_view text) {

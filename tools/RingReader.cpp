@@ -5,7 +5,7 @@
 namespace tool {
 
 int RingReader::deliveredAt(int fieldCount) const {
-    return std::max(fieldCount - fieldCountBefore - 1, 0);
+    return std::max(fieldCount - firstFieldCount + 1, 0);
 }
 
 int RingReader::oldestSafe(int count) const {
@@ -24,7 +24,7 @@ void RingReader::readAll(const std::function<int()>& fieldCount, const std::func
             next = safe;
         }
         if (next >= deliveredFrames) return;
-        const Frame frame{next, next % buffers, fieldCountBefore + 2 + next};
+        const Frame frame{next, next % buffers, firstFieldCount + next};
         read(frame);
         ++next;
         // Read while it was being overwritten? Then what was read is a mix of two frames.

@@ -8,14 +8,15 @@ namespace tool {
 /// overwritten before they were.
 ///
 /// The run fills the buffers 0 to `buffers` - 1 over and over, so frame `n` of it, from 0, is in buffer `n` modulo
-/// `buffers`. The field count tells how far it is: the first frame adds 2, each further one 1. It counts a frame once
-/// its block is filled; the block after the newest is being filled meanwhile.
+/// `buffers`. The field count tells how far it is: each frame behind the first adds 1. It counts a frame once its
+/// block is filled; the block after the newest is being filled meanwhile.
 ///
 /// One thread at a time.
 class RingReader {
 public:
-    RingReader(int buffers, int frameCount, int fieldCountBefore)
-        : buffers(buffers), frameCount(frameCount), fieldCountBefore(fieldCountBefore) {}
+    /// @param firstFieldCount  the field count once the first frame is there
+    RingReader(int buffers, int frameCount, int firstFieldCount)
+        : buffers(buffers), frameCount(frameCount), firstFieldCount(firstFieldCount) {}
 
     struct Frame {
         int number = 0;  ///< within the run, from 0
@@ -42,7 +43,7 @@ private:
 
     const int buffers;
     const int frameCount;
-    const int fieldCountBefore;
+    const int firstFieldCount;
     int next = 0;  ///< the frame to be read
     int deliveredFrames = 0;
     int skippedFrames = 0;

@@ -53,7 +53,8 @@ int pulseFor(QuorinDetector& detector, const PulseRequest& request, std::ostream
     detector.ToggleGenerator(false);
     detector.GoUnLive();
     detector.CheckForLiveError();
-    const int frames = std::max(detector.GetFieldCount() - fieldCountBefore - 1, 0);  // the first one adds 2
+    const int extraFields = fieldsOfFirstFrame(detector) - 1;
+    const int frames = std::max(detector.GetFieldCount() - fieldCountBefore - extraFields, 0);
     out << frames << " frames";
     if (simulated) {
         const simulator::Ledger after = simulated->ledger();

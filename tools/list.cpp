@@ -24,15 +24,16 @@ void row(std::ostream& out, const std::string& address, const std::string& model
 void list(std::ostream& out) {
     row(out, "DETECTOR", "MODEL", "PANEL", "ELECTRONICS", "FIRMWARE");
     simulator::Rack& rack = simulator::Rack::instance();
-    for (const std::string& address : rack.gigeAddresses()) {
-        const auto detector = rack.find(address);
-        if (detector == nullptr) continue;
+    const auto print = [&](const std::string& address, const std::shared_ptr<simulator::SimulatedDetector>& detector) {
+        if (detector == nullptr) return;
         const simulator::Profile& profile = detector->profile();
-        row(out, "ge:" + address, std::to_string(profile.model),
+        row(out, address, std::to_string(profile.model),
             std::to_string(profile.sensorWidth * profile.sensorsAcross) + " x " +
                 std::to_string(profile.sensorHeight * profile.sensorsDown),
             electronicsName(profile.isKestrane()), std::to_string(profile.firmwareVersion));
-    }
+    };
+    for (const std::string& address : rack.gigeAddresses()) print("ge:" + address, rack.find(address));
+    for (const int slot : rack.slots()) print("cl:" + std::to_string(slot), rack.slot(slot));
 }
 
 }  // namespace tool

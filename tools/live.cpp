@@ -99,7 +99,8 @@ private:
     void prepare() {
         openWithSettings(detector, request.preparation);
         const int wanted = wantedBuffers(request.count, frameBytesOf(detector));
-        if (wanted > detector.GetNumBuffers()) {
+        // A frame grabber's ring is what its memory holds; asking for more would only fail.
+        if (detector.GetTransportMethod() == TransportGE && wanted > detector.GetNumBuffers()) {
             detector.CloseBoard();
             detector.OpenBoard(wanted);  // the settings are in the detector
         }
@@ -122,7 +123,7 @@ private:
         const int buffers = std::min(request.count, detector.GetNumBuffers());
         {
             const platform::MutexLock lock(mutex);
-            reader.emplace(buffers, request.count, detector.GetFieldCount());
+            reader.emplace(buffers, request.count, detector.GetFieldCount() + fieldsOfFirstFrame(detector));
         }
         if (simulated) exposedBefore = simulated->ledger().exposed;
         started = platform::now();

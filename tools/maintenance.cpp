@@ -1,8 +1,10 @@
 #include "tools/maintenance.h"
 
-#include <qrapi/QuorinDetector.h>
+#include <qrapi/QuorinDetectorCL.h>
+#include <qrapi/QuorinDetectorGE.h>
 
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <iomanip>
 #include <ostream>
@@ -128,6 +130,39 @@ void power(const Preparation& preparation, PowerAction action, std::ostream& out
         out << "power on: binning mode " << detector.GetBinningMode() << ", " << detector.GetBufferXdim() << " x "
             << detector.GetBufferYdim() << " pixels, exposure time " << detector.GetExposureTime() << " ms\n";
     detector.CloseBoard();
+}
+
+void powerInterface(const Preparation& preparation, bool on, std::ostream& out) {
+    const DetectorAddress& where = preparation.detector;
+    QuorinDetectorCL detector(where.transport, where.unit, where.address.c_str());
+    openPrepared(detector, preparation);
+    detector.PowerCLInterface(on);
+    detector.CloseBoard();
+    out << "Camera Link interface " << (on ? "on" : "off: no frame arrives until it is switched on again") << "\n";
+}
+
+std::optional<NetworkAddress> parseNetworkAddress(std::string_view text) {
+    constexpr int highestByte = 255;
+    NetworkAddress address{};
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (std::size_t index = 0; index < address.size(); ++index) {
+        if (index > 0 && (at == end || *at++ != '.')) return std::nullopt;
+        const auto [stop, error] = std::from_chars(at, end, address[index]);
+        if (error != std::errc() || *at == '-' || address[index] > highestByte) return std::nullopt;
+        at = stop;
+    }
+    if (at != end) return std::nullopt;
+    return address;
+}
+
+void setPersistentAddress(const Preparation& preparation, const NetworkAddress& address, std::ostream& out) {
+    const DetectorAddress& where = preparation.detector;
+    QuorinDetectorGE detector(where.transport, where.unit, where.address.c_str());
+    openPrepared(detector, preparation);
+    detector.SetPersistentIPAddress(address[0], address[1], address[2], address[3]);
+    detector.CloseBoard();
+    out << "persistent address " << address[0] << "." << address[1] << "." << address[2] << "." << address[3] << "\n";
 }
 
 void readRegister(const RegisterRequest& request, std::ostream& out) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "tools/preparation.h"
 
@@ -44,6 +46,18 @@ int temperature(const TemperatureRequest& request, std::ostream& out);
 
 /// Switches the power and says what the detector made of it.
 void power(const Preparation& preparation, PowerAction action, std::ostream& out);
+
+/// Switches a detector's Camera Link interface.
+void powerInterface(const Preparation& preparation, bool on, std::ostream& out);
+
+/// Four bytes, most significant first.
+using NetworkAddress = std::array<int, 4>;
+
+/// Takes A.B.C.D apart; nothing for another form or a byte above 255.
+std::optional<NetworkAddress> parseNetworkAddress(std::string_view text);
+
+/// Sets the network address that a GigE detector keeps for itself.
+void setPersistentAddress(const Preparation& preparation, const NetworkAddress& address, std::ostream& out);
 
 /// Looks at every line of a configuration file, and sends the file if all can be sent and it isn't only to be checked.
 /// Lines that would be refused go to `out` as FILE:LINE: reason; the answer is `exitFailedCall` then.

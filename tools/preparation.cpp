@@ -18,7 +18,9 @@ QuorinDetector makeDetector(const DetectorAddress& address) {
 }
 
 std::shared_ptr<simulator::SimulatedDetector> simulatedBehind(const DetectorAddress& address) {
-    return address.isSimulated() ? simulator::Rack::instance().find(address.address) : nullptr;
+    if (!address.isSimulated()) return nullptr;
+    simulator::Rack& rack = simulator::Rack::instance();
+    return address.transport == TransportCL ? rack.slot(address.unit) : rack.find(address.address);
 }
 
 void openWithSettings(QuorinDetector& detector, const Preparation& preparation) {
@@ -43,6 +45,10 @@ void startPulses(QuorinDetector& detector, const Preparation& preparation) {
 void openPrepared(QuorinDetector& detector, const Preparation& preparation) {
     openWithSettings(detector, preparation);
     startPulses(detector, preparation);
+}
+
+int fieldsOfFirstFrame(const QuorinDetector& detector) {
+    return detector.GetTransportMethod() == TransportGE ? 2 : 1;
 }
 
 int frameTimeoutMs(const QuorinDetector& detector, const Preparation& preparation) {

@@ -38,6 +38,9 @@ void startPulses(QuorinDetector& detector, const Preparation& preparation);
 /// Both of them.
 void openPrepared(QuorinDetector& detector, const Preparation& preparation);
 
+/// What the first frame of a live run adds to the field count; each further one adds 1.
+int fieldsOfFirstFrame(const QuorinDetector& detector);
+
 /// How long a frame may take. A detector that runs free ends the frame in progress before the one that counts.
 int frameTimeoutMs(const QuorinDetector& detector, const Preparation& preparation);
 

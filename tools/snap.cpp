@@ -46,7 +46,6 @@ void snap(const SnapRequest& request, std::ostream& out) {
     for (int frame = 0; frame < request.count; ++frame) {
         const int buffer = frame % buffers;
         detector.Snap(buffer, timeoutMs);
-        detector.WaitImage(timeoutMs);
         detector.ReadBuffer(buffer, image, 0);
         keepFrame(detector, buffer, frame + 1, request.count, image, writer, out);
     }

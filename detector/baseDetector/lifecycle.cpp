@@ -12,7 +12,10 @@
 #include "platform/Clock.h"
 
 baseDetector::baseDetector(QuorinDetector* ownerToName)
-    : pleoraLib(makePleoraLib()), owner(ownerToName), counterFrequency(platform::performanceFrequency()) {}
+    : pleoraLib(makePleoraLib()),
+      xclibLib(makeXclib()),
+      owner(ownerToName),
+      counterFrequency(platform::performanceFrequency()) {}
 
 baseDetector::~baseDetector() {
     try {

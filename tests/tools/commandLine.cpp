@@ -45,7 +45,11 @@ TEST(ToolCommandLine, ABadOneEndsWithStatus2AndNamesWhatIsWrong) {
         {{"snap", "--output", "/tmp/refused.tif", "--exposure", "long"}, "--exposure"},
         {{"snap", "--output", "/tmp/refused.tif", "--picture", "cat"}, "pattern or phantom"},
         {{"-d", "ge:10.0.0.7", "snap", "--output", "/tmp/refused.tif", "--picture", "phantom"}, "--picture"},
-        {{"-d", "cl:0", "snap", "--output", "/tmp/refused.tif", "--picture", "phantom"}, "--picture"},
+        {{"power", "interface", "maybe"}, "STATE"},
+        {{"persistent-ip", "10.0.0.256"}, "four numbers of 0 to 255"},
+        {{"persistent-ip", "10.0.0"}, "four numbers of 0 to 255"},
+        {{"persistent-ip", "10.0.0.-1"}, "four numbers of 0 to 255"},
+        {{"persistent-ip", "10.0.0.1."}, "four numbers of 0 to 255"},
     };
     for (const Refused& line : lines) {
         SCOPED_TRACE(testing::PrintToString(line.arguments));
@@ -58,7 +62,9 @@ TEST(ToolCommandLine, ABadOneEndsWithStatus2AndNamesWhatIsWrong) {
 
 TEST(ToolCommandLine, AFailedCallEndsWithStatus1AndTellsTextCodeAndTransportError) {
     const std::vector<Refused> failing{
-        {{"-d", "cl:3", "info"}, "(code 4 DerrBadRequest;"},
+        {{"-d", "cl:10", "info"}, "(code 11 DerrGrabberSetup;"},
+        {{"-d", "ge:sim:5101", "power", "interface", "on"}, "(code 2 DerrWrongTransport;"},
+        {{"-d", "cl:3", "persistent-ip", "10.0.0.2"}, "(code 2 DerrWrongTransport;"},
         {{"-d", "ge:sim:6213", "info"}, "There is no readout time stored for these detector settings. (code 4"},
         {{"-d", "ge:sim:unknown", "info"}, "(code 5 DerrTransport;"},
         {{"-d", "ge:sim:unknown", "info"}, "transport error 4:"},

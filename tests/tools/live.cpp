@@ -145,7 +145,7 @@ struct Told {
 };
 
 TEST(RingReading, KeepsWholeFramesOnlyAndCountsTheRest) {
-    constexpr int before = 7;  // so that 9 tells of the first frame
+    constexpr int first = 9;  // the field count that tells of the first frame
     const std::vector<Told> cases{
         {"nothing yet", 4, 8, {7}, {}, 0},
         {"one frame per look", 4, 8, {9, 9, 9}, {0}, 0},
@@ -160,7 +160,7 @@ TEST(RingReading, KeepsWholeFramesOnlyAndCountsTheRest) {
     };
     for (const Told& told : cases) {
         SCOPED_TRACE(told.what);
-        tool::RingReader reader(told.buffers, told.frames, before);
+        tool::RingReader reader(told.buffers, told.frames, first);
         std::size_t question = 0;
         std::vector<int> kept;
         std::vector<int> buffers;
@@ -168,7 +168,7 @@ TEST(RingReading, KeepsWholeFramesOnlyAndCountsTheRest) {
         const auto keep = [&](const tool::RingReader::Frame& frame) {
             kept.push_back(frame.number);
             EXPECT_EQ(frame.buffer, frame.number % told.buffers);
-            EXPECT_EQ(frame.fieldCount, before + 2 + frame.number);
+            EXPECT_EQ(frame.fieldCount, first + frame.number);
         };
         reader.readAll(
             fieldCount, [&](const tool::RingReader::Frame& frame) { buffers.push_back(frame.buffer); }, keep);

@@ -1,0 +1,227 @@
+#include <spdlog/spdlog.h>
+#include <xcliball.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <limits>
+
+#include "InternalUtils/Failure.h"
+#include "detector/EpixDetector.h"
+#include "detector/EpixDetector/VideoFormat.h"
+#include "logging.h"
+#include "platform/Clock.h"
+
+/// The grabber's life: library state, board, video format, the lines to the detector.
+
+namespace {
+
+constexpr int bytesPerPixel = 2;
+constexpr int serialPort = 0;
+constexpr int capturedFieldEvent = 115;
+constexpr const char* buffersProblem = "Problem reading number of buffers!";
+constexpr const char* memoryProblem =
+    "Frame Grabber does not have sufficient amount of memory allocated for the requested number of buffers!";
+
+/// Pixels that the model puts on the link with each clock.
+int getTaps(int model) {
+    struct Taps {
+        int model;
+        int count;
+    };
+    constexpr std::array<Taps, 6> table{{{5101, 2}, {5309, 2}, {6112, 4}, {6213, 4}, {7127, 8}, {8131, 8}}};
+    for (const Taps& row : table)
+        if (row.model == model) return row.count;
+    fail("CameraLink taps for this model are unknown", DerrBadRequest, "`anonymous-namespace'::getTaps");
+}
+
+int maskOfUnits(int units) {
+    return static_cast<int>((1U << std::clamp(units, 0, std::numeric_limits<int>::digits)) - 1);
+}
+
+/// The grabber library has no call for a format in memory: the load goes through its service object.
+int loadIntoGrabber(pxdstate* state, const void* root) {
+    constexpr int noService = -1;
+    int loaded = noService;
+    if (void* const service = pxe_xclibEscape(state, 0, 0, 0)) {
+        auto* const bytes = static_cast<unsigned char*>(service);
+        pxe_FormatLoad load = nullptr;
+        std::memcpy(&load, bytes + pxe_formatLoadOffset, sizeof(load));
+        loaded = load(bytes + pxe_formatLoadAddend, 0, pxe_formatLoadKind, root);
+    }
+    return std::min(loaded, pxe_xclibEscaped(state, 0, 0, 0));
+}
+
+}  // namespace
+
+EpixDetector::EpixDetector(int unitNumber, const char* text, QuorinDetector* ownerToName)
+    : camLinkDetector(unitNumber, text, ownerToName), xcState(xclibLib->XCLIBinstantiate()) {}
+
+EpixDetector::~EpixDetector() {
+    const auto attempt = [](const auto& step) {
+        try {
+            step();
+        } catch (const std::exception& failure) {
+            getQorLogger()->error("EXCEPTION: {}", failure.what());
+        } catch (...) {
+            getQorLogger()->error("EXCEPTION: unknown, in a destructor");
+        }
+    };
+    // A callback that destroys its detector: its thread is let go before anything could wait for it.
+    if (callbackLoop->onThisThread()) attempt([this] { releaseCallbackThread(); });
+    if (connected) {
+        const StoppableGuard lock(acquisitionLock);
+        tearDown(attempt);
+    }
+    attempt([this] { releaseCallbackThread(); });
+    attempt([this] { xclibLib->XCLIBuninstantiate(xcState); });
+}
+
+void EpixDetector::OpenBrd(char* text, int bufferCount) {
+    constexpr const char* here = "EpixDetector::OpenBrd";
+    layer(here, [&] {
+        if (bufferCount < 1)
+            fail("Requested number of buffers is invalid! Number of buffers must be a positive integer value.",
+                 DerrBadRequest, here, bufferCount);
+        numBuffers = bufferCount;
+        buffersFixed = true;
+        connect(text);
+        const int available = expectCount(xclibLib->imageZdims(xcState, unitMap), buffersProblem, here);
+        if (available < bufferCount) failWith(available, memoryProblem, here, DerrResources);
+    });
+}
+
+void EpixDetector::OpenBrd(char* text) {
+    layer("EpixDetector::OpenBrd", [&] {
+        buffersFixed = false;
+        connect(text);
+    });
+}
+
+void EpixDetector::connect(const char* text) {
+    constexpr const char* here = "EpixDetector::OpenBrd";
+    const VideoFormat format(VideoFormat::Variant::Standard);
+    expectZero(xclibLib->PIXCIopen(xcState, text, "", ""), "Problem Opening Connection to Detector!", here,
+               DerrGrabberSetup);
+    connected = true;
+    loadFormat(format, here);
+    reconfigureFG();
+}
+
+void EpixDetector::loadFormat(const VideoFormat& format, const char* function) {
+    pxe_goAbortLive(xcState, maskOfUnits(pxe_infoUnits(xcState)));
+    const int result = loadIntoGrabber(xcState, format.root());
+    if (result < 0) failWith(result, "Problem Loading FMT file!", function);
+}
+
+void EpixDetector::reconfigureFG() {
+    constexpr const char* here = "EpixDetector::reconfigureFG";
+    constexpr int bitsPerByte = 8;
+    layer(here, [&] {
+        const int taps = getTaps(GetCachedModelNumber());
+        expectZero(xclibLib->setPixelFormatGrey(xcState, unitMap, bitsPerByte, 0, 0, taps, 0, 0),
+                   "Problem Reconfiguring Frame Grabber Tap Count!", here, DerrGrabberSetup);
+        const SensorDesc desc = GetSensorDesc();
+        expectZero(
+            xclibLib->setVideoResolution(xcState, unitMap, desc.frameWidth * bytesPerPixel, desc.frameHeight, 0, 0),
+            "Problem Setting Frame-Grabber Video Resolution!", here, DerrGrabberSetup);
+        const int available = expectCount(xclibLib->imageZdims(xcState, unitMap), buffersProblem, here);
+        if (!buffersFixed)
+            numBuffers = available;
+        else if (available < numBuffers)
+            failWith(available, memoryProblem, here, DerrResources);
+    });
+}
+
+void EpixDetector::PrepareInterfaceForImageSizeChange() {}
+
+void EpixDetector::UpdateInterfaceImageSize() {
+    reconfigureFG();
+}
+
+template <class RunStep>
+void EpixDetector::tearDown(RunStep&& runStep) {
+    runStep([this] {
+        if (pulseGeneratorEnabled) DisablePulseGenerator();
+    });
+    runStep([this] {
+        if (IsLive()) GoUnLive();
+    });
+    // A run that ended without `GoUnLive` leaves a callback thread that may still wait for the event.
+    runStep([this] { StopCallbackThread(); });
+    commsOpen = false;
+    runStep([this] {
+        if (handleOpen) CloseDetectorHandle();
+    });
+    runStep([this] {
+        expectZero(xclibLib->PIXCIclose(xcState), "Problem Closing Connection to Detector!", "EpixDetector::CloseBrd");
+    });
+}
+
+void EpixDetector::CloseBrd() {
+    if (!connected) return;
+    const StoppableGuard lock(acquisitionLock);
+    tearDown([](const auto& step) { step(); });
+}
+
+void* EpixDetector::CreateDetectorHandle() {
+    constexpr const char* here = "EpixDetector::CreateDetectorHandle";
+    if (handleOpen)
+        fail("Detector handle is already open. Please close before trying to re-open it!", DerrTransport, here);
+    frameCapturedEvent = xclibLib->eventCapturedFieldCreate2(xcState, unitMap, capturedFieldEvent);
+    if (frameCapturedEvent == nullptr) fail("Problem creating handle to detector!", DerrTransport, here);
+    handleOpen = true;
+    return frameCapturedEvent;
+}
+
+int EpixDetector::CloseDetectorHandle() {
+    if (!handleOpen) fail("Detector handle is not open", DerrTransport, "EpixDetector::CloseDetectorHandle");
+    xclibLib->eventCapturedFieldClose(xcState, unitMap, frameCapturedEvent);
+    handleOpen = false;
+    return 0;
+}
+
+void EpixDetector::SerialConfigure(double baud, int dataBits, int parity, int stopBits) {
+    expectZero(xclibLib->serialConfigure(xcState, unitMap, serialPort, baud, dataBits, parity, stopBits, 0, 0, 0),
+               "Problem Configuring Detector Serial Interface!", "EpixDetector::SerialConfigure");
+}
+
+int EpixDetector::SerialRead(char* buffer, int capacity) {
+    CheckConnected();
+    return expectCount(xclibLib->serialRead(xcState, unitMap, serialPort, buffer, capacity),
+                       "Problem performing serial read!", "EpixDetector::SerialRead");
+}
+
+int EpixDetector::SerialWrite(char* buffer, int size) {
+    CheckConnected();
+    return expectCount(xclibLib->serialWrite(xcState, unitMap, serialPort, buffer, size),
+                       "Problem performing serial write!", "EpixDetector::SerialWrite");
+}
+
+void EpixDetector::SoftwareTrigger() {
+    constexpr std::chrono::milliseconds pulseWidth{1};
+    CheckConnected();
+    const auto setLine = [this](int level) {
+        expectZero(xclibLib->setCameraLinkCCOut(xcState, unitMap, level), "Problem Sending Software Trigger!",
+                   "EpixDetector::SoftwareTrigger");
+    };
+    setLine(1);
+    platform::sleepFor(pulseWidth);
+    setLine(0);
+}
+
+int EpixDetector::bufferXdim() {
+    CheckConnected();
+    return expectCount(xclibLib->imageXdims(xcState, unitMap), "Problem reading buffer width!",
+                       "EpixDetector::bufferXdim");
+}
+
+int EpixDetector::bufferYdim() {
+    CheckConnected();
+    return expectCount(xclibLib->imageYdims(xcState, unitMap), "Problem reading buffer height!",
+                       "EpixDetector::bufferYdim");
+}
+
+float EpixDetector::TransportMinimumExposureTime() {
+    return 0.0F;
+}
