@@ -7,7 +7,7 @@
 namespace grabber {
 
 Board::Board(std::unique_ptr<SlotClaim> slotClaim, std::shared_ptr<VirtualGrabber> grabberToOpen,
-             std::shared_ptr<FaultText> faultText)
+             const std::shared_ptr<FaultText>& faultText)
     : claim(std::move(slotClaim)),
       hardware(std::move(grabberToOpen)),
       frameCapture(std::make_shared<Capture>(hardware->detector(), faultText)),

@@ -21,7 +21,7 @@ namespace grabber {
 class Board {
 public:
     Board(std::unique_ptr<SlotClaim> slotClaim, std::shared_ptr<VirtualGrabber> grabber,
-          std::shared_ptr<FaultText> faultText);
+          const std::shared_ptr<FaultText>& faultText);
     /// Ends a capture, the pulse generator and all events. Returns when no frame is being captured any more.
     ~Board();
     Board(const Board&) = delete;

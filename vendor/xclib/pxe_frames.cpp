@@ -9,7 +9,6 @@
 using grabber::Board;
 using grabber::FrameBuffer;
 using grabber::FrameSize;
-using grabber::onBoard;
 using grabber::onFormat;
 using grabber::onlyUnit;
 using grabber::Rectangle;
