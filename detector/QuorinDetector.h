@@ -25,6 +25,11 @@ class baseDetector;
 ///
 /// Errors that any operation on an open detector can meet: 4 bad argument or moved-from object, 5 not open, or a call
 /// to the transport failed (`GetTransportError` has the vendor's status), 9 the detector did not answer within 1 s.
+///
+/// On Camera Link the ring is the grabber's frame memory and a live run the grabber's own doing. So a change of the
+/// frame size takes effect at once, also in a live run; it can fail with code 11 (grabber setup) or 12 (memory) behind
+/// the registers, and so can `PowerSwitch(true)`. A fault text that the grabber has left is told once, as a live error
+/// (code 5).
 class QRAPI_EXPORT QuorinDetector {
 public:
     /// Builds the detector of the record's transport; touches no hardware.
@@ -52,15 +57,19 @@ public:
     /// Connects, reads what the detector is and can do, and raises the exposure to its minimum if it lies below.
     /// Fails with code 4 if open already or for a model without a geometry or timing on this transport, with 5 for a
     /// step of the connection, 8 or 9 if the exposure or readout time can't be told, 12 if the frame ring doesn't fit.
+    /// On Camera Link the ring is as many frames as the grabber holds, code 11 is a refused board or grabber setup, and
+    /// a failure behind the grabber's own open leaves the board open: `IsConnected` is true, `CloseBoard` the way out.
     virtual void OpenBoard();
     /// The same with a ring of `bufferCount` frames (at least 1, else code 4). GigE has 20 until a count was given; the
-    /// count stays for later opens. This form leaves the timing table as it is, which matters for model 6213 on Camera
-    /// Link alone.
+    /// count stays for later opens. On Camera Link it demands that much memory of the grabber, for every later frame
+    /// size too, until the next open. This form leaves the timing table as it is, which matters for model 6213 on
+    /// Camera Link alone.
     void OpenBoard(int bufferCount);
     /// Ends an acquisition and disconnects. Fails with code 4 if not open, with 5 if a step fails: the detector stays
     /// open then and the call can be repeated. Settings stay in the detector.
     void CloseBoard();
-    /// True while the board is open. Never fails but on a moved-from object.
+    /// True while the board is open, on Camera Link also behind an open that failed half-way. Never fails but on a
+    /// moved-from object.
     bool IsConnected() const;
     /// Switches the power off and on again. See `PowerSwitch`.
     void SoftReset();
@@ -110,7 +119,7 @@ public:
 
     /// @name Settings
     /// They live in the detector's registers until they are changed or power is cycled; a getter asks the detector.
-    /// Nothing refuses a setting during a live run: one that changes the frame size pauses it.
+    /// Nothing refuses a setting during a live run: one that changes the frame size pauses it on GigE.
     /// @{
 
     /// Sets the binning (registers 10, 9, 3, 1, then 514 to register 5) and re-applies the exposure time; one that was
@@ -204,15 +213,19 @@ public:
     /// @name Acquisition
     /// @{
 
-    /// Takes one frame into the buffer and waits for it up to `timeoutMs` (-1: without end). The frame's signal stays
-    /// for the next `WaitImage`. Not during a live run. Fails with code 13 if no frame came (transport error 30 on
-    /// GigE) or a bad one, with 12 for a buffer outside the ring.
+    /// Takes one frame into the buffer and waits for it up to `timeoutMs` (-1: without end): it is there when the call
+    /// returns. Not during a live run. Fails with code 13 if no frame came (transport error 30 on GigE, 258 on Camera
+    /// Link) or a bad one, for a buffer outside the ring with 12 on GigE and 13 on Camera Link; with the live error if
+    /// there is one by then.
+    /// On GigE the frame's signal stays for the next `WaitImage`. On Camera Link it is taken; a frame that another wait
+    /// got less than 50 ms before counts for both kinds of wait, so leave as much between a `WaitImage` and a `Snap`.
     void Snap(int buffer, int timeoutMs);
     /// Takes frames without end into the whole ring, over and over, until `GoUnLive`.
     void GoLiveSeq();
     /// Takes `frameCount` frames (0: without end) into the buffers `startBuffer` to `stopBuffer`, over and over, until
     /// `GoUnLive` or its own end. Fails with code 4 while a run is live or if `stopBuffer` is below `startBuffer`. A
-    /// buffer beyond the ring ends the run when it gets there: see `CheckForLiveError`.
+    /// buffer beyond the ring ends the run when it gets there on GigE (see `CheckForLiveError`) and is refused with
+    /// code 5 on Camera Link.
     void GoLiveSeq(int startBuffer, int stopBuffer, int frameCount);
     /// Ends a live run and its callbacks; waits for a callback that runs. Nothing happens without a run. From inside
     /// the callback it fails with code 15: the callbacks end, the run goes on.
@@ -220,18 +233,21 @@ public:
     bool IsLive() const;  ///< true while a live run is in progress
     /// Sends one trigger edge by software.
     void SoftwareTrigger();
-    /// Throws the failure that ended a live run, at each call; returns if there was none.
+    /// Throws the failure that ended a live run, at each call; on Camera Link the grabber's fault text, once. Returns
+    /// if there was none.
     void CheckForLiveError() const;
-    int GetCapturedBuffer() const;  ///< the buffer that holds the newest frame
-    int GetFieldCount() const;      ///< running count of frames, for the life of the object
+    int GetCapturedBuffer() const;  ///< the buffer that holds the newest frame; on Camera Link -1 before the first
+    /// Running count of frames: for the life of the object on GigE, where the first frame of a live run adds 2; from
+    /// each open on Camera Link.
+    int GetFieldCount() const;
     /// Waits for the next frame's signal and takes it: up to `timeoutMs`, 0 polls, -1 waits without end. Waits of one
     /// detector run one after the other. Fails with code 13 (transport error 258: time-out), or with the live error.
     void WaitImage(int timeoutMs);
     int GetNumBuffers() const;           ///< buffers of the ring
     void ClearBuffers();                 ///< zeroes every buffer of the ring
     void ClearCameraBuffer(int buffer);  ///< zeroes one buffer; code 4 outside the ring
-    /// Copies a frame to `target`, which has room for `GetBufferXdim` x `GetBufferYdim` x 2 bytes. Code 12 outside the
-    /// ring.
+    /// Copies a frame to `target`, which has room for `GetBufferXdim` x `GetBufferYdim` x 2 bytes. Outside the ring
+    /// code 12 on GigE and 5 on Camera Link.
     void ReadBuffer(int buffer, unsigned char* target) const;
     /// Copies a frame into plane `plane` of the image, with parameters and marks. An empty image is built to fit,
     /// missing planes are added; an image of another geometry fails with code 4.
@@ -266,8 +282,9 @@ public:
     /// Sets the generator up at twice the readout rate. See the form with a frequency.
     void EnablePulseGenerator();
     /// Sets the generator up; pulses come once `ToggleGenerator` lets them through. Software triggers send nothing
-    /// until `DisablePulseGenerator`, also when this fails. Fails with code 4 above 500 Hz or for no usable frequency,
-    /// with 5 if the device can't come within 20 per cent.
+    /// until `DisablePulseGenerator`, also when this fails. On GigE a live run pauses meanwhile; the call fails with
+    /// code 4 above 500 Hz or for no usable frequency, with 5 if the device can't come within 20 per cent. On Camera
+    /// Link it ends a live run and fails with code 4 above 499.99997 Hz and below 0.0093 Hz.
     void EnablePulseGenerator(float frequencyHz);
     /// Ends a live run, takes the generator out of the trigger's way and lets software triggers through again.
     void DisablePulseGenerator();

@@ -20,7 +20,7 @@ public:
     void OpenBoard(int bufferCount);
 
     /// Switches the detector's Camera Link interface on or off (commands WC1 and WC0). While it is off the serial
-    /// channel works and no frame arrives. Fails with code 5 if not open, with 9 if the detector doesn't answer within
-    /// 1 s.
+    /// channel works and no frame arrives. Fails with code 5 if not open or if the detector's flash memory stays busy,
+    /// with 9 if the detector doesn't answer within 1 s.
     void PowerCLInterface(bool on);
 };

@@ -100,9 +100,10 @@ int EpixDetector::GetFieldCount() {
 
 void EpixDetector::CheckForLiveError() {
     CheckConnected();
-    const char* const faultText = GetErrorMessage();
-    if (*faultText != 0)
-        fail("An error occured in the Live thread!", DerrTransport, "EpixDetector::CheckForLiveError", 0, faultText);
+    std::array<char, 1024> faultText{};
+    if (xclibLib->mesgFaultText(xcState, unitMap, faultText.data(), faultText.size()) == 0) return;
+    faultText.back() = 0;  // whatever the grabber's library has written
+    fail("An error occured in the Live thread!", DerrTransport, "EpixDetector::CheckForLiveError", 0, faultText.data());
 }
 
 std::int64_t EpixDetector::frameBytes() {

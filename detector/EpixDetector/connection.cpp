@@ -36,19 +36,24 @@ int getTaps(int model) {
 }
 
 int maskOfUnits(int units) {
-    return static_cast<int>((1U << std::clamp(units, 0, std::numeric_limits<int>::digits)) - 1);
+    constexpr int most = std::numeric_limits<unsigned>::digits;
+    if (units >= most) return -1;
+    return static_cast<int>((1U << std::max(units, 0)) - 1);
 }
 
-/// The grabber library has no call for a format in memory: the load goes through its service object.
+/// The grabber library has no call for a format in memory: the load goes through a function of its service object.
 int loadIntoGrabber(pxdstate* state, const void* root) {
+    using Load = int (*)(void*, int, int, const void*);
+    constexpr std::size_t loadOffset = 996;
+    constexpr std::size_t loadAddend = 924;
+    constexpr int loadKind = 0x7A00;
     constexpr int noService = -1;
-    int loaded = noService;
-    if (void* const service = pxe_xclibEscape(state, 0, 0, 0)) {
-        auto* const bytes = static_cast<unsigned char*>(service);
-        pxe_FormatLoad load = nullptr;
-        std::memcpy(&load, bytes + pxe_formatLoadOffset, sizeof(load));
-        loaded = load(bytes + pxe_formatLoadAddend, 0, pxe_formatLoadKind, root);
-    }
+    void* const service = pxe_xclibEscape(state, 0, 0, 0);
+    if (service == nullptr) return noService;
+    auto* const bytes = static_cast<unsigned char*>(service);
+    Load load = nullptr;
+    std::memcpy(&load, bytes + loadOffset, sizeof(load));
+    const int loaded = load(bytes + loadAddend, 0, loadKind, root);
     return std::min(loaded, pxe_xclibEscaped(state, 0, 0, 0));
 }
 
@@ -109,7 +114,7 @@ void EpixDetector::connect(const char* text) {
 }
 
 void EpixDetector::loadFormat(const VideoFormat& format, const char* function) {
-    pxe_goAbortLive(xcState, maskOfUnits(pxe_infoUnits(xcState)));
+    if (const int units = maskOfUnits(pxe_infoUnits(xcState))) pxe_goAbortLive(xcState, units);
     const int result = loadIntoGrabber(xcState, format.root());
     if (result < 0) failWith(result, "Problem Loading FMT file!", function);
 }
@@ -169,7 +174,7 @@ void* EpixDetector::CreateDetectorHandle() {
     if (handleOpen)
         fail("Detector handle is already open. Please close before trying to re-open it!", DerrTransport, here);
     frameCapturedEvent = xclibLib->eventCapturedFieldCreate2(xcState, unitMap, capturedFieldEvent);
-    if (frameCapturedEvent == nullptr) fail("Problem creating handle to detector!", DerrTransport, here);
+    if (frameCapturedEvent == nullptr) failWith(0, "Problem creating handle to detector!", here);
     handleOpen = true;
     return frameCapturedEvent;
 }

@@ -9,6 +9,7 @@ char* EpixDetector::GetErrorMessage() {
     thread_local std::array<char, longestText> text;
     text.fill(0);
     if (xclibLib->mesgFaultText(xcState, unitMap, text.data(), text.size()) == 0) text.front() = 0;
+    text.back() = 0;  // whatever the grabber's library has written
     return text.data();
 }
 

@@ -36,6 +36,19 @@ public:
     int asked = 0;
 };
 
+/// Says that there is a fault text and fills all of the buffer.
+class EndlessFault : public xclib_real {
+public:
+    explicit EndlessFault(char letterToFillWith) : letter(letterToFillWith) {}
+    int mesgFaultText(pxdstate*, int, char* buffer, std::size_t size) override {
+        std::fill(buffer, buffer + size, letter);
+        return 1;
+    }
+
+private:
+    const char letter;
+};
+
 }  // namespace
 
 TEST(EpixAcquisition, BuffersCountFromZeroHereAndFromOneThere) {
@@ -85,6 +98,13 @@ TEST(EpixAcquisition, FailedSnapsTellTheFaultTextAndTheCodeOfTheirFailure) {
 
     rig.hardware->faults().clearAll();
     rig->Snap(0, 500);
+
+    for (const char letter : {'x', char{0}}) {
+        rig->xclibLib = std::make_shared<EndlessFault>(letter);
+        failure =
+            expectFailure([&] { rig->CheckForLiveError(); }, "An error occured in the Live thread!", DerrTransport);
+        EXPECT_EQ(failure->GetTransportMessage(), std::string(letter == 0 ? 0 : 1023, letter));
+    }
 }
 
 TEST(EpixAcquisition, SnapWaitsForItsOwnFrame) {
