@@ -80,7 +80,6 @@ private:
     std::int64_t frameBytes();
     void PowerSwitchDefault(bool on);
     void PowerSwitchKestrane(bool on);
-    void sendPlain(const char* command);
 
     /// The grabber's fault text, or an empty one. Valid until the thread's next call.
     char* GetErrorMessage();

@@ -292,6 +292,9 @@ protected:
     float GetSensorTemp();
     float GetAuxilliaryDetectorTemp();
 
+    /// Sends a command of power.
+    void sendPlain(const char* command);
+
     /// Sends the command, without a pause, until it is answered; fails with `message` after 5 s.
     void sendUntilAnswered(const char* command, const char* message, const char* function);
 

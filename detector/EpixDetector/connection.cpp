@@ -1,4 +1,3 @@
-#include <spdlog/spdlog.h>
 #include <xcliball.h>
 
 #include <algorithm>
@@ -9,7 +8,7 @@
 #include "InternalUtils/Failure.h"
 #include "detector/EpixDetector.h"
 #include "detector/EpixDetector/VideoFormat.h"
-#include "logging.h"
+#include "detector/attempt.h"
 #include "platform/Clock.h"
 
 /// The grabber's life: library state, board, video format, the lines to the detector.
@@ -63,23 +62,15 @@ EpixDetector::EpixDetector(int unitNumber, const char* text, QuorinDetector* own
     : camLinkDetector(unitNumber, text, ownerToName), xcState(xclibLib->XCLIBinstantiate()) {}
 
 EpixDetector::~EpixDetector() {
-    const auto attempt = [](const auto& step) {
-        try {
-            step();
-        } catch (const std::exception& failure) {
-            getQorLogger()->error("EXCEPTION: {}", failure.what());
-        } catch (...) {
-            getQorLogger()->error("EXCEPTION: unknown, in a destructor");
-        }
-    };
+    constexpr const char* here = "in a destructor";
     // A callback that destroys its detector: its thread is let go before anything could wait for it.
-    if (callbackLoop->onThisThread()) attempt([this] { releaseCallbackThread(); });
+    if (callbackLoop->onThisThread()) attempt(here, [this] { releaseCallbackThread(); });
     if (connected) {
         const StoppableGuard lock(acquisitionLock);
-        tearDown(attempt);
+        tearDown([](const auto& step) { attempt(here, step); });
     }
-    attempt([this] { releaseCallbackThread(); });
-    attempt([this] { xclibLib->XCLIBuninstantiate(xcState); });
+    attempt(here, [this] { releaseCallbackThread(); });
+    attempt(here, [this] { xclibLib->XCLIBuninstantiate(xcState); });
 }
 
 void EpixDetector::OpenBrd(char* text, int bufferCount) {

@@ -1,4 +1,3 @@
-#include <array>
 #include <chrono>
 
 #include "InternalUtils/Failure.h"
@@ -16,12 +15,6 @@ constexpr const char* interfaceOn = "WC1";
 constexpr const char* interfaceOff = "WC0";
 
 }  // namespace
-
-void EpixDetector::sendPlain(const char* command) {
-    std::array<char, serial::commandSize> text{};
-    serial::copyText(text.data(), text.size(), command);
-    SendCommand1(text.data());
-}
 
 void EpixDetector::PowerCLInterface(bool on) {
     CheckConnected();

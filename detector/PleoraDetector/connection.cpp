@@ -1,11 +1,9 @@
-#include <spdlog/spdlog.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "InternalUtils/Failure.h"
 #include "detector/PleoraDetector.h"
-#include "logging.h"
+#include "detector/attempt.h"
 #include "platform/Event.h"
 
 namespace {
@@ -26,25 +24,17 @@ PleoraDetector::PleoraDetector(const char* address, QuorinDetector* ownerToName)
 }
 
 PleoraDetector::~PleoraDetector() {
-    const auto attempt = [](const auto& step) {
-        try {
-            step();
-        } catch (const std::exception& failure) {
-            getQorLogger()->error("EXCEPTION: {}", failure.what());
-        } catch (...) {
-            getQorLogger()->error("EXCEPTION: unknown, in a destructor");
-        }
-    };
+    constexpr const char* here = "in a destructor";
     // A callback that destroys its detector: its thread is let go before anything could wait for it.
-    if (callbackLoop->onThisThread()) attempt([this] { releaseCallbackThread(); });
-    attempt([this] {
+    if (callbackLoop->onThisThread()) attempt(here, [this] { releaseCallbackThread(); });
+    attempt(here, [this] {
         if (connected) PleoraDetector::CloseBrd();
     });
-    attempt([this] { releaseCallbackThread(); });
+    attempt(here, [this] { releaseCallbackThread(); });
     // What a close that failed has left.
     endLiveThread();
     connected = false;
-    attempt([this] { releaseLeftovers(); });
+    attempt(here, [this] { releaseLeftovers(); });
 }
 
 void PleoraDetector::OpenBrd(char* text, int bufferCount) {
@@ -114,13 +104,11 @@ void PleoraDetector::buildRing(std::int64_t blockBytes) {
 
 void PleoraDetector::releaseConnection() {
     // Without a look at what was open or how the calls end: the eBUS objects go anyway.
-    try {
+    attempt("while a connection was given up", [this] {
         pleoraLib->IP_Close();
         pleoraLib->Stream_Close();
         pleoraLib->Dev_Disconnect();
-    } catch (const std::exception& failure) {
-        getQorLogger()->error("EXCEPTION: {}", failure.what());
-    }
+    });
     pleoraLib->deinit();
     commsOpen = false;
 }

@@ -4,6 +4,7 @@
 
 #include "InternalUtils/Failure.h"
 #include "detector/PleoraDetector.h"
+#include "detector/attempt.h"
 #include "logging.h"
 #include "platform/Event.h"
 
@@ -47,17 +48,9 @@ void PleoraDetector::GoLiveSeq(int startBuffer, int stopBuffer, int frameCount) 
 }
 
 void PleoraDetector::rollBackLive() {
-    const auto attempt = [](const auto& step) {
-        try {
-            step();
-        } catch (const std::exception& failure) {
-            getQorLogger()->error("EXCEPTION: {}", failure.what());
-        } catch (...) {
-            getQorLogger()->error("EXCEPTION: unknown, while a live run was taken back");
-        }
-    };
-    attempt([this] { StopCallbackThread(); });
-    attempt([this] { StopAcq(); });
+    constexpr const char* here = "while a live run was taken back";
+    attempt(here, [this] { StopCallbackThread(); });
+    attempt(here, [this] { StopAcq(); });
     live = false;
 }
 

@@ -1,4 +1,3 @@
-#include <array>
 #include <chrono>
 
 #include "InternalUtils/Failure.h"
@@ -28,9 +27,7 @@ void PleoraDetector::PowerSwitch(bool on) {
 
 void PleoraDetector::PowerSwitchDefault(bool on) {
     constexpr std::chrono::milliseconds settle{500};
-    std::array<char, serial::commandSize> command{};
-    serial::copyText(command.data(), command.size(), on ? powerOn : powerOff);
-    SendCommand1(command.data());
+    sendPlain(on ? powerOn : powerOff);
     platform::sleepFor(settle);
 }
 

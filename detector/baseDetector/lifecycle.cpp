@@ -1,14 +1,13 @@
 #include <fmt/format.h>
-#include <spdlog/spdlog.h>
 
 #include <array>
 #include <cstring>
 
 #include "InternalUtils/Failure.h"
+#include "detector/attempt.h"
 #include "detector/baseDetector.h"
 #include "detector/registers.h"
 #include "detector/seams.h"
-#include "logging.h"
 #include "platform/Clock.h"
 
 baseDetector::baseDetector(QuorinDetector* ownerToName)
@@ -18,13 +17,7 @@ baseDetector::baseDetector(QuorinDetector* ownerToName)
       counterFrequency(platform::performanceFrequency()) {}
 
 baseDetector::~baseDetector() {
-    try {
-        releaseCallbackThread();
-    } catch (const std::exception& failure) {
-        getQorLogger()->error("EXCEPTION: {}", failure.what());
-    } catch (...) {
-        getQorLogger()->error("EXCEPTION: unknown, in a destructor");
-    }
+    attempt("in a destructor", [this] { releaseCallbackThread(); });
 }
 
 camLinkDetector::camLinkDetector(int unitNumber, const char* text, QuorinDetector* ownerToName)

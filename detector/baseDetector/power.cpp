@@ -1,8 +1,10 @@
+#include <array>
 #include <chrono>
 #include <string>
 
 #include "InternalUtils/Failure.h"
 #include "detector/baseDetector.h"
+#include "detector/baseDetector/serialProtocol.h"
 #include "platform/Clock.h"
 
 /// The half of switching the power that doesn't depend on the transport. The transports' own half comes first.
@@ -57,6 +59,12 @@ void baseDetector::forgetSettings() {
     sliceInterlacing = -1;
     cachedROIArea.reset();
     cachedROIEnabled.reset();
+}
+
+void baseDetector::sendPlain(const char* command) {
+    std::array<char, serial::commandSize> text{};
+    serial::copyText(text.data(), text.size(), command);
+    SendCommand1(text.data());
 }
 
 void baseDetector::sendUntilAnswered(const char* command, const char* message, const char* function) {
