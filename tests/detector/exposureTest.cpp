@@ -56,6 +56,17 @@ TEST_F(Exposure, TimesWriteTheirWindowAsTwoHalves) {
     }
     EXPECT_FLOAT_EQ(core.GetExposureTime(), 1037.78F);
     EXPECT_FLOAT_EQ(core.GetMinimumExposureTime(), 70.67F);
+    core.line.commands.clear();
+    for (const float time : {3e7F, 1e30F, std::numeric_limits<float>::infinity()})
+        expectFailure([&] { core.SetExposureTime(time); }, "Failed to set exposure time.", DerrExposure);
+    EXPECT_TRUE(core.line.writes().empty()) << "an impossible time is refused without half a write";
+    core.InitializeExposureTime();
+    EXPECT_TRUE(core.line.writes().empty()) << "above the minimum it is left alone";
+    core.exposureTime.reset();
+    core.line.registers[11] = 100;
+    core.line.registers[12] = 0;
+    core.InitializeExposureTime();
+    EXPECT_THAT(core.line.writes(), ElementsAre("W001103289", "W001200000"));
 }
 
 TEST_F(Exposure, EqualityWidensWithTheSmallerOfTheTimes) {
@@ -84,27 +95,8 @@ TEST_F(Exposure, DetectorThatKeepsItsWindowFailsAfterTwoSecondsAndTheCacheTellsT
     ASSERT_TRUE(core.exposureTime.get());
     EXPECT_FLOAT_EQ(*core.exposureTime.get(), 5.0F + 37.78F);
     EXPECT_GT(core.line.writes().size(), 20U) << "each pass writes again";
-}
-
-TEST_F(Exposure, ImpossibleTimeIsRefusedWithoutHalfAWrite) {
-    for (const float time : {3e7F, 1e30F, std::numeric_limits<float>::infinity()})
-        expectFailure([&] { core.SetExposureTime(time); }, "Failed to set exposure time.", DerrExposure);
-    EXPECT_TRUE(core.line.writes().empty());
-}
-
-TEST_F(Exposure, FailureOfTheRecoveryReadLeavesInPlaceOfTheExposureFailure) {
     core.line.hook = [](const std::string&) { return support::RegisterScript::silence(); };
-    core.IsConnected();
-    expectFailure([&] { core.SetExposureTime(100.0F); }, "Problem sending serial command R1129", DerrSerialCommand);
-}
-
-TEST_F(Exposure, SecondRegisterPairTakesATruncatedCountAndNoReadBack) {
-    core.SetExposureTime2(100.0F, 27, 28);
-    core.SetExposureTime2(0.0F, 29, 30);
-    core.SetExposureTime2(1037.78F, 31, 32);
-    EXPECT_THAT(core.line.writes(),
-                ElementsAre("W002706222", "W002800000", "W002903289", "W003000000", "W003134464", "W003200001"));
-    EXPECT_FALSE(core.exposureTime.get());
+    expectFailure([&] { core.SetExposureTime(100.0F); }, "Problem sending serial command R1011", DerrSerialCommand);
 }
 
 TEST_F(Exposure, KestraneElectronicsMustReportAReadoutTimeAfterwards) {
@@ -126,15 +118,6 @@ TEST_F(Exposure, KestraneElectronicsMustReportAReadoutTimeAfterwards) {
     EXPECT_GE(clock.now() - before, std::chrono::seconds(10));
     kestrane.line.registers[410] = 8000;
     EXPECT_NO_THROW(kestrane.SetExposureTime(100.0F));
-}
-
-TEST_F(Exposure, ReadoutTimeComesFromTheTable) {
-    core.UpdateReadoutTime();
-    EXPECT_EQ(core.GetReadOutTime(), 37.78F);
-    EXPECT_EQ(core.GetMinimumExposureTime(), 37.78F + 32.89F);
-    core.transportMinimumMs = 500.0F;
-    core.UpdateReadoutTime();
-    EXPECT_EQ(core.minimumExposureWindow, 32.89F) << "no transport limit on this road";
 }
 
 TEST_F(Exposure, ReadoutTimeComesFromTheDetectorWithAProbeOfItsClamp) {
@@ -173,27 +156,4 @@ TEST_F(Exposure, ProbeFailsWhenTheWindowDoesNotLeaveItsTestValue) {
     expectFailure([&] { core.GetFirmwareMinimumExposureWindow(); }, "Failed to get firmware minimum exposure window",
                   DerrExposure);
     EXPECT_GT(clock.now() - before, std::chrono::seconds(2));
-}
-
-TEST_F(Exposure, ReadoutTimeComesFromTheDetectorsOwnTable) {
-    CoreDouble camera(TransportCL);
-    CoreDouble::present(camera, 6213, 1, 11138);
-    camera.detectorTimings = createDetectorTimings(6213, TransportCL, 11138);
-    camera.line.registers[401] = 8;  // legacy timing off
-    camera.line.registers[9] = camera.line.registers[10] = 4;
-    camera.readsOwnTiming = 1;
-    camera.UpdateReadoutTime();
-    EXPECT_EQ(camera.readoutTime, 11.69F);
-    EXPECT_EQ(camera.minimumExposureWindow, 11.76F - 11.69F);
-}
-
-TEST_F(Exposure, InitialExposureIsRaisedToTheMinimumAndLeftAloneAboveIt) {
-    core.line.registers[11] = 100;
-    core.InitializeExposureTime();
-    EXPECT_THAT(core.line.writes(), ElementsAre("W001103289", "W001200000"));
-    core.line.commands.clear();
-    core.SetExposureTime(200.0F);
-    core.line.commands.clear();
-    core.InitializeExposureTime();
-    EXPECT_TRUE(core.line.writes().empty());
 }

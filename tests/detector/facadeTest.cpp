@@ -112,7 +112,6 @@ TEST_F(Facade, CallsLeaveTheirTraceWithResults) {
     detector.GetFirmwareBuild(numbers[0], numbers[1], numbers[2]);
     detector.SendCommand("R1124", reply);
     detector.SendCommand("R1124xyz", 5, reply);
-    detector.GetDefaultImageSize(numbers[0], numbers[1]);
     EXPECT_THROW(detector.ReadRegister(1000, 1), QuorinException);
     std::vector<std::string> frame;
     for (const std::string& line : log.lines())
@@ -132,9 +131,7 @@ TEST_F(Facade, CallsLeaveTheirTraceWithResults) {
             "info|EXIT: QuorinDetector::SendCommand -> \"S05101\r\"",
             StartsWith("info|ENTER: QuorinDetector::SendCommand(\"R1124\", 5, 0x"),
             "info|EXIT: QuorinDetector::SendCommand -> \"S05101\r\"",
-            StartsWith("info|ENTER: QuorinDetector::GetDefaultImageSize(0x"),
-            "info|EXIT: QuorinDetector::GetDefaultImageSize", "info|ENTER: QuorinDetector::ReadRegister(1000, 1)",
-            "info|EXIT: QuorinDetector::ReadRegister",
+            "info|ENTER: QuorinDetector::ReadRegister(1000, 1)", "info|EXIT: QuorinDetector::ReadRegister",
             StartsWith("error|EXCEPTION: The register you are trying to access is out of range (0-%d)!")));
 }
 

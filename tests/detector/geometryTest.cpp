@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/VirtualClock.h"
-#include "support/CoreDouble.h"
+#include "detector/baseDetector.h"
 #include "support/expectFailure.h"
 
-using support::CoreDouble;
 using support::expectFailure;
 
 namespace {
@@ -27,11 +25,8 @@ TEST(Geometry, EveryModelAndBinningGivesItsRecord) {
         std::vector<int> record;
     } cases[] = {
         {5101, Bin1x1, {1, 6, 256, 1536, 864, 1, 1, 1536, 864, 1536, 864, 1536, 864, 256, 1536, 864, 1536, 864}},
-        {5101, Bin4x4, {1, 6, 64, 384, 216, 1, 1, 384, 216, 1536, 864, 1536, 864, 256, 384, 216, 384, 216}},
         {5309, Bin1x2, {1, 6, 256, 1536, 972, 1, 1, 1536, 972, 1536, 1944, 1536, 1944, 256, 1536, 972, 1536, 972}},
         {6112, Bin2x1, {2, 6, 128, 768, 864, 2, 1, 1536, 864, 1536, 864, 3072, 864, 256, 1536, 864, 1536, 864}},
-        {6213, Bin2x2, {2, 6, 128, 768, 972, 2, 1, 1536, 972, 1536, 1944, 3072, 1944, 256, 1536, 972, 1536, 972}},
-        {7127, Bin1x1, {4, 6, 256, 1536, 1944, 2, 2, 3072, 3888, 1536, 1944, 3072, 3888, 256, 3072, 3888, 6144, 1944}},
         {7127, Bin2x4, {4, 6, 128, 768, 486, 2, 2, 1536, 972, 1536, 1944, 3072, 3888, 256, 1536, 972, 3072, 486}},
         {8131, Bin4x1, {6, 6, 42, 256, 1536, 3, 2, 768, 3072, 1024, 1536, 3072, 3072, 170, 768, 3072, 1536, 1536}},
     };
@@ -60,35 +55,6 @@ TEST(Geometry, ModelIsRefusedBeforeTheBinning) {
     for (const int model : {5204, 6318, 0})
         expectFailure([&] { describeSensor(model, bins(0), false, ROIArea()); }, "Unsupported detector model!",
                       DerrBadRequest, model);
-}
-
-TEST(Geometry, DefaultImageSizeIgnoresBinning) {
-    const platform::ScopedVirtualClock clock;
-    CoreDouble core;
-    CoreDouble::present(core, 7127);
-    core.line.registers[9] = core.line.registers[10] = 2;
-    int width = 0;
-    int height = 0;
-    core.GetDefaultImageSize(width, height);
-    EXPECT_EQ(std::pair(width, height), std::pair(3072, 3888));
-    EXPECT_EQ(std::pair(core.GetBufferXdim(), core.GetBufferYdim()), std::pair(1536, 1944));
-    core.line.perSensor[{4, 7}] = 1944;
-    core.line.perSensor[{4, 8}] = 1536;
-    EXPECT_EQ(core.GetSensorHeight(4), 1944);
-    EXPECT_EQ(core.GetSensorWidth(4), 1536);
-}
-
-TEST(Geometry, BinningNeedsAStoredReadoutTimeUnlessTheDetectorTellsItsOwn) {
-    const platform::ScopedVirtualClock clock;
-    CoreDouble plain;
-    CoreDouble::present(plain, 7127);
-    EXPECT_NO_THROW(plain.CheckBin(Bin1x1));
-    const auto failure = expectFailure([&] { plain.CheckBin(Bin2x2); },
-                                       "There is no readout time stored for these detector settings.", DerrBadRequest);
-    ASSERT_TRUE(failure);
-    EXPECT_STREQ(failure->GetFunctionName(), "getReadoutData");
-    plain.readsOwnTiming = 1;
-    EXPECT_NO_THROW(plain.CheckBin(bins(99)));
 }
 
 TEST(TimingTables, AreExact) {

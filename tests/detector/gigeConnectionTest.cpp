@@ -26,15 +26,8 @@ public:
         : PleoraDetector(address, nullptr) {
         pleoraLib = std::move(pleora);
     }
-    using PleoraDetector::boardText;
-    using PleoraDetector::capturedBuffer;
-    using PleoraDetector::frameCapturedEvent;
-    using PleoraDetector::handleOpen;
-    using PleoraDetector::liveError;
-    using PleoraDetector::numBuffers;
-    using PleoraDetector::opening;
-    using PleoraDetector::softwareTriggerEnabled;
-    using PleoraDetector::TransportMinimumExposureTime;
+    using PleoraDetector::boardText, PleoraDetector::handleOpen, PleoraDetector::numBuffers,
+        PleoraDetector::softwareTriggerEnabled, PleoraDetector::TransportMinimumExposureTime;
 };
 
 class GigeConnection : public testing::Test {
@@ -48,52 +41,27 @@ protected:
     TestDetector detector;
 };
 
-const std::vector<std::string> openingSteps{
-    "init",
-    "Dev_Connect 10.0.0.2",
-    "Stream_Open 10.0.0.2",
-    "Dev_NegotiatePacketSize",
-    "Stream_GetLocalPort",
-    "Stream_GetLocalIPAddress",
-    "Dev_SetStreamDestination 10.0.0.1 4711",
-    "stream RequestTimeout = 180000",
-    "stream FirstPacketTimeout = 180000",
-    "stream InterPacketTimeout = 180000",
-    "Uart0BaudRate = Baud115200",
-    "Uart0NumOfStopBits = One",
-    "Uart0Parity = None",
-    "Uart0Loopback = false",
-    "PixelFormat = 17825829",
-    "IP_Open 0",
-    "PayloadSize?",
-    "Pipeline_SetBufferSize 2654208",
-    "Pipeline_SetBufferCount 20",
-    "PLC_I0 = PLC_ctrl0",
-    "PLC_ctrl0 = false",
-    "PLC_ctrl1 = false",
-    "PLC_ctrl2 = false",
-    "PLC_ctrl3 = false",
-    "PLC_I7 = Timer1Out",
-    "PLC_Q4_Variable0 = PLC_I0",
-    "PLC_Q4_Operator0 = Or",
-    "PLC_Q4_Variable1 = Zero",
-    "PLC_Q4_Operator1 = Or",
-    "PLC_Q4_Variable2 = Zero",
-    "PLC_Q4_Operator2 = Or",
-    "PLC_Q4_Variable3 = Zero",
-    "TestImageSelector = Off",
-    "Uart0BaudRate = Baud115200",
-    "Uart0NumOfStopBits = One",
-    "Uart0Parity = None",
-    "Uart0Loopback = false",
-    "Width = 1536",
-    "Height = 864",
-    "Width?",
-    "Height?",
-    "PayloadSize?",
-    "Pipeline_SetBufferSize 2654208",
-    "Pipeline_Start",
-};
+constexpr std::string_view openingText =
+    "init; Dev_Connect 10.0.0.2; Stream_Open 10.0.0.2; Dev_NegotiatePacketSize; Stream_GetLocalPort; "
+    "Stream_GetLocalIPAddress; Dev_SetStreamDestination 10.0.0.1 4711; stream RequestTimeout = 180000; "
+    "stream FirstPacketTimeout = 180000; stream InterPacketTimeout = 180000; Uart0BaudRate = Baud115200; "
+    "Uart0NumOfStopBits = One; Uart0Parity = None; Uart0Loopback = false; PixelFormat = 17825829; IP_Open 0; "
+    "PayloadSize?; Pipeline_SetBufferSize 2654208; Pipeline_SetBufferCount 20; PLC_I0 = PLC_ctrl0; "
+    "PLC_ctrl0 = false; PLC_ctrl1 = false; PLC_ctrl2 = false; PLC_ctrl3 = false; PLC_I7 = Timer1Out; "
+    "PLC_Q4_Variable0 = PLC_I0; PLC_Q4_Operator0 = Or; PLC_Q4_Variable1 = Zero; PLC_Q4_Operator1 = Or; "
+    "PLC_Q4_Variable2 = Zero; PLC_Q4_Operator2 = Or; PLC_Q4_Variable3 = Zero; TestImageSelector = Off; "
+    "Uart0BaudRate = Baud115200; Uart0NumOfStopBits = One; Uart0Parity = None; Uart0Loopback = false; "
+    "Width = 1536; Height = 864; Width?; Height?; PayloadSize?; Pipeline_SetBufferSize 2654208; Pipeline_Start";
+
+std::vector<std::string> split(std::string_view text) {
+    std::vector<std::string> parts;
+    for (std::size_t from = 0, to = 0; to != std::string_view::npos; from = to + 2) {
+        to = text.find("; ", from);
+        parts.emplace_back(text.substr(from, to - from));
+    }
+    return parts;
+}
+const std::vector<std::string> openingSteps = split(openingText);
 
 }  // namespace
 
@@ -104,32 +72,37 @@ TEST_F(GigeConnection, OpeningTakesItsStepsInOrder) {
     EXPECT_EQ(pleora->line.commands[1], "R1124");
     EXPECT_TRUE(detector.IsConnected());
     EXPECT_EQ(detector.GetNumBuffers(), 20);
+    expectFailure([&] { detector.CreateDetectorHandle(); },
+                  "Detector handle is already open. Please close before trying to re-open it!", DerrTransport);
+    EXPECT_NE(detector.CloseDetectorHandle(), 0);
+    expectFailure([&] { detector.CloseDetectorHandle(); }, "Detector handle is not open", DerrTransport);
+    const std::string address(150, 'a');
+    TestDetector other(pleora, address.c_str());
+    EXPECT_EQ(std::string(other.boardText.data()), std::string(99, 'a')) << "cut, but used whole for connecting";
+    pleora->calls.clear();
+    other.OpenBoard();
+    EXPECT_EQ(pleora->calls[1], "Dev_Connect " + address);
 }
 
 TEST_F(GigeConnection, EachFailedStepIsOneClearErrorAndTheNextOpenWorks) {
-    const std::map<std::string, std::string> texts{
-        {"Dev_Connect 10.0.0.2", openText},
-        {"Stream_Open 10.0.0.2", openText},
-        {"IP_Open 0", "Problem Openning Serial connection to detector!"},
-        {"Pipeline_SetBufferCount 20", "Problem with setting up the buffer!"},
+    const std::pair<const char*, const char*> texts[] = {
+        {"Dev_Connect", openText},
+        {"Stream_Open", openText},
+        {"IP_Open", "Problem Openning Serial connection to detector!"},
+        {"Pipeline_SetBufferCount", "Problem with setting up the buffer!"},
         {"Pipeline_Start", "Problem starting pipeline!"},
-        {"Uart0BaudRate = Baud115200", serialText},
-        {"Uart0NumOfStopBits = One", serialText},
-        {"Uart0Parity = None", serialText},
-        {"Uart0Loopback = false", serialText},
-        {"Width = 1536", sizeText},
-        {"Height = 864", sizeText},
-        {"Width?", sizeText},
-        {"Height?", sizeText},
-    };
+        {"Uart0", serialText},
+        {"Width", sizeText},
+        {"Height", sizeText}};
     for (const std::string& step : openingSteps) {
         if (step == "init" || step.rfind("Stream_GetLocal", 0) == 0 || step.rfind("Pipeline_SetBufferSize", 0) == 0)
             continue;  // these have no result
         pleora->calls.clear();
         pleora->failing = step;
-        const auto text = texts.find(step);
-        const auto failure = expectFailure([&] { detector.OpenBoard(); },
-                                           text == texts.end() ? configureText : text->second, DerrTransport, 5);
+        const char* expected = configureText;
+        for (const auto& [start, text] : texts)
+            if (step.rfind(start, 0) == 0) expected = text;
+        const auto failure = expectFailure([&] { detector.OpenBoard(); }, expected, DerrTransport, 5);
         ASSERT_TRUE(failure) << step;
         EXPECT_STREQ(failure->GetTransportMessage(), "scripted failure");
         const std::vector<std::string> steps = pleora->steps();
@@ -141,33 +114,6 @@ TEST_F(GigeConnection, EachFailedStepIsOneClearErrorAndTheNextOpenWorks) {
         EXPECT_NO_THROW(detector.OpenBoard()) << step;
         detector.CloseBoard();
     }
-}
-
-TEST_F(GigeConnection, LeftoversOfAnOpenThatFailedLaterAreReleasedByTheNext) {
-    pleora->line.hook = [](const std::string& command) -> std::vector<std::string> {
-        if (command == "R1036") return support::RegisterScript::silence();
-        return {};
-    };
-    expectFailure([&] { detector.OpenBoard(); }, "Problem sending serial command R1036", DerrSerialCommand);
-    EXPECT_FALSE(detector.IsConnected());
-    EXPECT_TRUE(detector.handleOpen);
-    EXPECT_TRUE(pleora->initialized);
-    pleora->line.hook = nullptr;
-    pleora->calls.clear();
-    EXPECT_NO_THROW(detector.OpenBoard());
-    EXPECT_EQ(pleora->calls.front(), "IP_Close");
-    EXPECT_EQ(pleora->calls[3], "deinit");
-}
-
-TEST_F(GigeConnection, DestructorReleasesWhatAFailedCloseLeft) {
-    {
-        TestDetector other(pleora);
-        other.OpenBoard();
-        pleora->failing = "Stream_Close";
-        expectFailure([&] { other.CloseBoard(); }, closeText, DerrTransport, 5);
-        EXPECT_TRUE(other.IsConnected());
-    }
-    EXPECT_FALSE(pleora->initialized);
 }
 
 TEST_F(GigeConnection, ClosingTakesItsStepsInOrderAndCanBeRepeated) {
@@ -187,6 +133,13 @@ TEST_F(GigeConnection, ClosingTakesItsStepsInOrderAndCanBeRepeated) {
     pleora->calls.clear();
     detector.CloseBrd();
     EXPECT_TRUE(pleora->calls.empty()) << "a closed board is left alone";
+    {
+        TestDetector other(pleora);
+        other.OpenBoard();
+        pleora->failing = "Stream_Close";
+        expectFailure([&] { other.CloseBoard(); }, closeText, DerrTransport, 5);
+    }
+    EXPECT_FALSE(pleora->initialized) << "the destructor releases what a failed close left";
 }
 
 TEST_F(GigeConnection, BufferCountMustBePositiveAndSizesTheRingAlone) {
@@ -208,11 +161,6 @@ TEST_F(GigeConnection, BufferCountMustBePositiveAndSizesTheRingAlone) {
     }
     expectFailure([&] { detector.WriteBuffer(0, frame.data(), 2654207); },
                   "Size of input buffer must match size of current image buffer!", DerrBadRequest, 2654207);
-    std::fill(frame.begin(), frame.end(), 9);
-    detector.WriteBuffer(0, frame.data(), 2654208);
-    std::vector<unsigned char> back(frame.size());
-    detector.ReadBuffer(0, back.data());
-    EXPECT_EQ(back, frame);
 }
 
 TEST_F(GigeConnection, SerialSettingsAreCheckedBeforeTheDeviceIsTouched) {
@@ -223,17 +171,6 @@ TEST_F(GigeConnection, SerialSettingsAreCheckedBeforeTheDeviceIsTouched) {
     expectFailure([&] { detector.SerialConfigure(9600, 8, 0, 3); },
                   "Unsupported serial communications stop bit setting!", DerrBadRequest, 3);
     EXPECT_TRUE(pleora->calls.empty());
-    detector.SerialConfigure(115200.9, 7, 2, 2);
-    EXPECT_THAT(pleora->calls, ElementsAre("Uart0BaudRate = Baud115200", "Uart0NumOfStopBits = Two",
-                                           "Uart0Parity = Even", "Uart0Loopback = false"));
-}
-
-TEST_F(GigeConnection, FrameEventBelongsToTheOpenBoard) {
-    detector.OpenBoard();
-    expectFailure([&] { detector.CreateDetectorHandle(); },
-                  "Detector handle is already open. Please close before trying to re-open it!", DerrTransport);
-    EXPECT_NE(detector.CloseDetectorHandle(), 0);
-    expectFailure([&] { detector.CloseDetectorHandle(); }, "Detector handle is not open", DerrTransport);
 }
 
 TEST_F(GigeConnection, PersistentAddressIsWrittenAndTheBoardReconnected) {
@@ -309,28 +246,4 @@ TEST_F(GigeConnection, SnapFailuresTellTheResultAndWhetherTheBufferWentBack) {
     pleora->failing = "PLC_ctrl0 = true";
     expectFailure([&] { detector.Snap(0, 10); }, "Problem Sending Software Trigger!", DerrTransport, 5);
     detector.CloseBoard();
-}
-
-TEST_F(GigeConnection, LiveErrorIsThrownAtEachCallUnderItsOwnName) {
-    detector.OpenBoard();
-    EXPECT_NO_THROW(detector.CheckForLiveError());
-    detector.liveError = QuorinException("broken", DerrTransport, 77, "x.cpp", "PleoraDetector::LiveThread", 3, "why");
-    for (int round = 0; round < 2; ++round) {
-        const auto failure = support::failureOf([&] { detector.CheckForLiveError(); });
-        ASSERT_TRUE(failure);
-        EXPECT_STREQ(failure->GetFunctionName(), "PleoraDetector::CheckForLiveError");
-        EXPECT_EQ(failure->GetLineNumber(), 77);
-        EXPECT_STREQ(failure->GetFileName(), "x.cpp");
-        EXPECT_EQ(failure->GetTransportError(), 3);
-        EXPECT_STREQ(failure->GetTransportMessage(), "why");
-    }
-}
-
-TEST_F(GigeConnection, LongAddressIsCutForTheBoardTextAndUsedWholeForConnecting) {
-    const std::string address(150, 'a');
-    TestDetector other(pleora, address.c_str());
-    EXPECT_EQ(std::string(other.boardText.data()), std::string(99, 'a'));
-    pleora->calls.clear();
-    other.OpenBoard();
-    EXPECT_EQ(pleora->calls[1], "Dev_Connect " + address);
 }

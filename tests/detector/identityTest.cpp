@@ -5,7 +5,6 @@
 #include "support/CoreDouble.h"
 
 using support::CoreDouble;
-using testing::ElementsAre;
 
 namespace {
 
@@ -26,13 +25,9 @@ protected:
 
 }  // namespace
 
-TEST_F(Identity, ModelIsTakenModuloTenThousandAndCached) {
+TEST_F(Identity, ModelIsTakenModuloTenThousandOrFromTheOldFirmwareWord) {
     core.line.registers[124] = 16112;
     EXPECT_EQ(core.GetModelNumber(), 6112);
-    EXPECT_EQ(core.modelNumber.get(), 6112);
-}
-
-TEST_F(Identity, OldFirmwareWordRefreshesModelAndVersion) {
     core.line.registers[127] = (2551 << 4) | 9;
     char text[20];
     core.GetFirmwareVersionOld(text, sizeof(text));
@@ -42,27 +37,15 @@ TEST_F(Identity, OldFirmwareWordRefreshesModelAndVersion) {
     EXPECT_STREQ(text, "255");
 }
 
-TEST_F(Identity, FirmwareBuildComesFromThreeRegistersInOrder) {
-    core.line.registers[38] = 11;
-    core.line.registers[39] = 22;
-    core.line.registers[40] = 33;
-    int build[3];
-    core.GetFirmwareBuild(build[0], build[1], build[2]);
-    EXPECT_THAT(build, ElementsAre(11, 22, 33));
-}
-
 TEST_F(Identity, LowByteOfTheFamilyDecidesOnKestraneElectronics) {
-    const struct {
-        int family;
-        bool kestrane;
-    } cases[] = {{0, false}, {1, true}, {257, true}, {3, false}, {256, false}, {258, false}};
-    for (const auto& test : cases) {
+    for (const auto& [family, kestrane] :
+         {std::pair(0, false), {1, true}, {257, true}, {3, false}, {256, false}, {258, false}}) {
         CoreDouble other;
-        CoreDouble::present(other, 6112, test.family);
-        EXPECT_EQ(other.IsKestrane(), test.kestrane) << test.family;
-        EXPECT_EQ(other.GetSensorVersion(), test.kestrane ? 2 : 1);
-        EXPECT_EQ(other.QueryLegacyTiming(), test.kestrane ? 1 : 0);
-        EXPECT_EQ(other.QueryROI(), test.kestrane ? 1 : 0);
+        CoreDouble::present(other, 6112, family);
+        EXPECT_EQ(other.IsKestrane(), kestrane) << family;
+        EXPECT_EQ(other.GetSensorVersion(), kestrane ? 2 : 1);
+        EXPECT_EQ(other.QueryLegacyTiming(), kestrane ? 1 : 0);
+        EXPECT_EQ(other.QueryROI(), kestrane ? 1 : 0);
         EXPECT_EQ(std::count(other.line.commands.begin(), other.line.commands.end(), "R1129"), 1);
     }
 }
@@ -78,9 +61,6 @@ TEST_F(Identity, SlowedDetectorsAreExactPairsOfModelAndFirmware) {
         CoreDouble other;
         CoreDouble::present(other, test.model, 0, test.firmware);
         EXPECT_EQ(other.getSlowed(), test.slowed) << test.model << " " << test.firmware;
-        const std::size_t sent = other.line.commands.size();
-        other.getSlowed();
-        EXPECT_EQ(other.line.commands.size(), sent) << "a decided detector is not asked again";
     }
     CoreDouble other;
     CoreDouble::present(other, 5204);
@@ -90,30 +70,20 @@ TEST_F(Identity, SlowedDetectorsAreExactPairsOfModelAndFirmware) {
     EXPECT_FALSE(other.getSlowed());
 }
 
-TEST_F(Identity, SilentFeatureWordsKeepEveryDefault) {
+TEST_F(Identity, FeatureWordsThatAreSilentKeepTheDefaultsAndEachBitReachesItsOwnFlag) {
     features(0, 0, 0);
     EXPECT_EQ(core.QueryReadoutMode(ReadoutBit3Set), -1);
-    EXPECT_EQ(core.QueryReadoutMode(ReadoutBit3Clear), 1);
     EXPECT_EQ(core.QueryBinningMode(Bin2x2), 1);
     EXPECT_EQ(core.QueryBinningMode(Bin2x1), 0);
     EXPECT_EQ(core.QueryOnBoardLinearization(), -1);
-    EXPECT_EQ(core.QueryOnBoardXTalkCorrection(), -1);
     EXPECT_EQ(core.QueryTempReporting(), 0);
     EXPECT_EQ(core.readsOwnTiming, 0);
-}
-
-TEST_F(Identity, PlainWordsSetTheirRowsAndLeaveTheExtendedOnes) {
     features(0x0001, 0x01FF, 0);
     EXPECT_EQ(core.QueryBinningMode(Bin1x2), 1);
     EXPECT_EQ(core.QueryBinningMode(Bin2x2), 0);
     EXPECT_EQ(core.QueryBinningMode(Bin1x1), 1) << "extended row";
-    EXPECT_EQ(core.QueryFullWellMode(FullWellBit2Set), 1) << "extended row";
-    EXPECT_EQ(core.QueryReadoutMode(ReadoutBit3Set), 0);
     features(0, 0, 0);
     EXPECT_EQ(core.QueryBinningMode(Bin1x2), 0) << "all-zero words count once others were seen";
-}
-
-TEST_F(Identity, EachFeatureBitReachesItsOwnFlag) {
     const auto flags = [&] {
         std::vector<int> all;
         for (int mode = Bin1x1; mode <= Bin2x2Flagged; ++mode) all.push_back(core.QueryBinningMode(bins(mode)));
@@ -148,6 +118,13 @@ TEST_F(Identity, EachFeatureBitReachesItsOwnFlag) {
         features(0, 0, bit);
         EXPECT_EQ(core.QueryTempReporting(), 1);
     }
+    for (const int mode : {0, -1, 12, 99}) EXPECT_EQ(core.QueryBinningMode(bins(mode)), -1) << mode;
+    for (const int mode : {-1, 4}) {
+        EXPECT_EQ(core.QueryExposureMode(ExposureModes(mode)), -1);
+        EXPECT_EQ(core.QueryTriggerSource(ExposureTriggerSource(mode)), -1);
+        EXPECT_EQ(core.QueryFullWellMode(FullWellModes(mode)), -1);
+        EXPECT_EQ(core.QueryReadoutMode(ReadoutModes(mode)), -1);
+    }
 }
 
 TEST_F(Identity, ModelsAndElectronicsOverruleTheWords) {
@@ -170,67 +147,4 @@ TEST_F(Identity, ModelsAndElectronicsOverruleTheWords) {
     EXPECT_EQ(kestrane.QueryDisableSliceInterlacing(), 1);
     EXPECT_EQ(kestrane.readsOwnTiming, 1);
     EXPECT_EQ(kestrane.QueryROI(), 0) << "a region exists on model 6112 alone";
-
-    CoreDouble panel5204;
-    CoreDouble::present(panel5204, 5204);
-    panel5204.UpdateFeaturesFlags();
-    EXPECT_EQ(panel5204.readsOwnTiming, 1);
-}
-
-TEST_F(Identity, ValuesOutsideAnEnumerationAreNotReported) {
-    for (const int mode : {0, -1, 12, 99}) EXPECT_EQ(core.QueryBinningMode(bins(mode)), -1) << mode;
-    for (const int mode : {-1, 4}) EXPECT_EQ(core.QueryExposureMode(ExposureModes(mode)), -1);
-    for (const int mode : {-1, 3}) EXPECT_EQ(core.QueryTriggerSource(ExposureTriggerSource(mode)), -1);
-    for (const int mode : {-1, 2}) {
-        EXPECT_EQ(core.QueryFullWellMode(FullWellModes(mode)), -1);
-        EXPECT_EQ(core.QueryReadoutMode(ReadoutModes(mode)), -1);
-    }
-}
-
-TEST_F(Identity, BinningIsReadFromItsRegisters) {
-    const struct {
-        int column, row, control, code;
-        bool knowsFlagged4x4;
-        bins mode;
-    } cases[] = {
-        {1, 1, 0, 0, false, Bin1x1},
-        {1, 2, 0, 0, false, Bin1x2},
-        {1, 4, 0, 0, false, Bin1x4},
-        {2, 1, 0, 0, false, Bin2x1},
-        {2, 2, 0, 0, false, Bin2x2},
-        {2, 4, 0, 0, false, Bin2x4},
-        {4, 1, 0, 0, false, Bin4x1},
-        {4, 2, 0, 0, false, Bin4x2},
-        {4, 4, 0, 0, false, Bin4x4},
-        {2, 3, 0, 0, false, Bin1x1},
-        {0, 0, 0, 0, false, Bin1x1},
-        {2, 2, 0x02, 0, false, Bin2x2Flagged},
-        {2, 2, 0x10, 0x140, false, Bin2x2},
-        {1, 1, 0x10, 0x100, true, Bin4x4Flagged},
-        {1, 1, 0x10, 0x040, true, Bin4x4Flagged},
-        {2, 2, 0x10, 0x080, true, Bin2x2},
-        {1, 1, 0x12, 0x140, true, Bin2x2Flagged},
-    };
-    for (const auto& test : cases) {
-        CoreDouble other;
-        CoreDouble::present(other, 7127, test.knowsFlagged4x4 ? 1 : 0);
-        other.UpdateFeaturesFlags();
-        other.line.registers[10] = test.column;
-        other.line.registers[9] = test.row;
-        other.line.registers[1] = test.control;
-        other.line.registers[3] = test.code;
-        EXPECT_EQ(other.GetBinningMode(), test.mode) << test.column << "x" << test.row << " " << test.control;
-        EXPECT_EQ(other.binningMode.get(), test.mode);
-    }
-}
-
-TEST_F(Identity, SliceInterlacingWithoutTheCapabilityIsOnWithoutARead) {
-    const std::size_t sent = core.line.commands.size();
-    EXPECT_EQ(core.GetCachedSliceInterlacing(), 1);
-    EXPECT_EQ(core.line.commands.size(), sent);
-    features(0, 1 << 9, 0);
-    core.sliceInterlacing = -1;
-    core.line.registers[401] = 1;
-    EXPECT_EQ(core.GetCachedSliceInterlacing(), 0);
-    EXPECT_EQ(core.sliceInterlacing, 0);
 }

@@ -26,41 +26,25 @@ protected:
 }  // namespace
 
 TEST_F(EbusSeam, NothingIsCalledWithoutObjects) {
-    const std::vector<std::pair<const char*, std::function<void()>>> calls{
-        {"Dev_Connect", [&] { lib.Dev_Connect("sim:5101"); }},
-        {"Dev_IsConnected", [&] { lib.Dev_IsConnected(); }},
-        {"Stream_IsOpen", [&] { lib.Stream_IsOpen(); }},
-        {"Pipeline_SetBufferSize", [&] { lib.Pipeline_SetBufferSize(1); }},
-        {"Pipeline_IsStarted", [&] { lib.Pipeline_IsStarted(); }},
-        {"State_GetState", [&] { lib.State_GetState(); }},
-        {"IP_Open", [&] { lib.IP_Open(PvDeviceSerial0); }},
-        {"IP_IsOpened", [&] { lib.IP_IsOpened(); }},
-        {"IP_FlushRxBuffer", [&] { lib.IP_FlushRxBuffer(); }},
-        {"System_Find", [&] { lib.System_Find(); }},
-        {"System_GetDeviceInfo", [&] { lib.System_GetDeviceInfo(0); }},
-        {"Stream_QueueBuffer", [&] { lib.Stream_QueueBuffer(nullptr); }},
-    };
+    const std::vector<std::function<void()>> calls{
+        [&] { lib.Dev_Connect("sim:5101"); },    [&] { lib.Stream_IsOpen(); },
+        [&] { lib.Pipeline_SetBufferSize(1); },  [&] { lib.State_GetState(); },
+        [&] { lib.IP_FlushRxBuffer(); },         [&] { lib.System_GetDeviceInfo(0); },
+        [&] { lib.Stream_QueueBuffer(nullptr); }};
     const auto refused = [&] {
-        for (const auto& [name, call] : calls) {
+        for (const auto& call : calls) {
             const auto failure =
                 expectFailure(call, "Cannot make Pleora call, classes are not initialized.", DerrTransport);
-            ASSERT_TRUE(failure) << name;
-            EXPECT_STREQ(failure->GetFunctionName(), "PleoraLib_real::getClasses") << name;
+            EXPECT_STREQ(failure->GetFunctionName(), "PleoraLib_real::getClasses");
         }
     };
     refused();
     lib.init();
-    EXPECT_NO_THROW(lib.Dev_IsConnected());
-    lib.deinit();
-    refused();
-}
-
-TEST_F(EbusSeam, SecondInitKeepsTheObjects) {
-    lib.init();
     ASSERT_TRUE(lib.Dev_Connect("sim:5101").IsOK());
     lib.init();
-    EXPECT_TRUE(lib.Dev_IsConnected());
+    EXPECT_TRUE(lib.Dev_IsConnected()) << "a second init keeps the objects";
     lib.deinit();
+    refused();
     lib.init();
     EXPECT_FALSE(lib.Dev_IsConnected());
 }
@@ -112,16 +96,12 @@ TEST_F(EbusSeam, SerialTrafficIsTracedOnlyWhereItFails) {
 TEST_F(EbusSeam, DiscoveryIsNarrowedAndBadIndicesLeaveNothingBehind) {
     expectFailure([&] { lib.DevInfo_GetIPAddress(); },
                   "Cannot get Pleora device IP address, device info pointer is null", DerrNullPointer);
-    expectFailure([&] { lib.Interface_GetDeviceCount(); }, "Cannot get device count, network adapter pointer is null",
-                  DerrTransport);
     expectFailure([&] { lib.Interface_GetDeviceInfo(0); }, "Cannot get device info, network adapter pointer is null",
                   DerrTransport);
     lib.init();
     lib.System_SetDetectionTimeout(100);
     ASSERT_TRUE(lib.System_Find().IsOK());
     ASSERT_GE(lib.System_GetDeviceCount(), 8U);
-    lib.System_GetDeviceInfo(0);
-    EXPECT_STREQ(lib.DevInfo_GetIPAddress().GetAscii(), "sim:5101");
     ASSERT_EQ(lib.System_GetInterfaceCount(), 1U);
     lib.System_GetInterface(0);
     EXPECT_EQ(lib.Interface_GetDeviceCount(), lib.System_GetDeviceCount());

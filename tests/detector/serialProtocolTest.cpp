@@ -14,24 +14,10 @@ TEST(SerialProtocol, ReadRepliesAreTakenOnlyInTheirOneForm) {
     const struct {
         std::string reply;
         std::optional<int> value;
-    } cases[] = {
-        {"S00000\r", 0},
-        {"S65535\r", 65535},
-        {"S99999\r", 99999},
-        {"S123xy\r", 123},
-        {"S-0001\r", -1},
-        {"S  012\r", 12},
-        {"S00042X", 42},  // the last character is not looked at
-        {"", std::nullopt},
-        {"\r", std::nullopt},
-        {"S0000\r", std::nullopt},
-        {"S000000\r", std::nullopt},
-        {"X00000\r", std::nullopt},
-        {"S123x\r", std::nullopt},
-        {"Sabcde\r", std::nullopt},
-        {"S-----\r", std::nullopt},
-        {"S     \r", std::nullopt},
-    };
+    } cases[] = {{"S00000\r", 0},  {"S65535\r", 65535}, {"S99999\r", 99999}, {"S123xy\r", 123}, {"S-0001\r", -1},
+                 {"S  012\r", 12}, {"S00042X", 42},  // the last character is not looked at
+                 {"", {}},         {"\r", {}},          {"S0000\r", {}},     {"S000000\r", {}}, {"X00000\r", {}},
+                 {"S123x\r", {}},  {"Sabcde\r", {}},    {"S-----\r", {}},    {"S     \r", {}}};
     for (const auto& test : cases) EXPECT_EQ(serial::parseReadReply(test.reply), test.value) << test.reply;
 }
 

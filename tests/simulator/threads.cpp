@@ -49,37 +49,4 @@ TEST_F(FramesOnTheRealClock, AreNotHandedToAReceiverThatWasCleared) {
     clearer.join();
 }
 
-TEST_F(FramesOnTheRealClock, SurviveReceiversThatComeAndGo) {
-    for (int round = 0; round < 50; ++round) {
-        std::promise<void> arrived;
-        detector->setFrameReceiver([&, first = true](const simulator::Frame& frame) mutable {
-            EXPECT_EQ(frame.pixels.front(), simulator::patternPixel(frame.number, 1, 0, 0));
-            if (first) arrived.set_value();
-            first = false;
-            return FrameFate::Delivered;
-        });
-        arrived.get_future().wait();
-        detector->injectEdge();
-        detector->setFrameReceiver(nullptr);
-    }
-    EXPECT_GE(detector->ledger().delivered, 50U);
-}
-
-TEST_F(FramesOnTheRealClock, AnswerSeveralHostsAtOnce) {
-    std::atomic<int> replies{0};
-    const auto host = [&] {
-        for (int i = 0; i < 200; ++i) {
-            detector->serialWrite("R1124\r");
-            char byte = 0;
-            while (byte != '\r')
-                if (detector->serialRead(&byte, 1, platform::deadlineAfterMs(5000)) == 0) return;
-            ++replies;
-        }
-    };
-    std::thread other(host);
-    host();
-    other.join();
-    EXPECT_EQ(replies, 400);
-}
-
 }  // namespace

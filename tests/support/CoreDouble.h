@@ -97,29 +97,13 @@ public:
 
     float pulseFrequency = 0.0F;
 
-    using baseDetector::AreExposureTimesEqual;
-    using baseDetector::binningMode;
-    using baseDetector::cachedROIArea;
-    using baseDetector::commsOpen;
-    using baseDetector::connected;
-    using baseDetector::detectorTimings;
-    using baseDetector::exposureTime;
-    using baseDetector::frameCapturedEvent;
-    using baseDetector::GetCachedROIEnabled;
-    using baseDetector::GetCachedSliceInterlacing;
-    using baseDetector::GetFirmwareMinimumExposureWindow;
-    using baseDetector::GetROIArea;
-    using baseDetector::InitializeExposureTime;
-    using baseDetector::minimumExposureWindow;
-    using baseDetector::modelNumber;
-    using baseDetector::numBuffers;
-    using baseDetector::opening;
-    using baseDetector::readoutTime;
-    using baseDetector::readsOwnTiming;
-    using baseDetector::sliceInterlacing;
-    using baseDetector::unit;
-    using baseDetector::UpdateReadoutTime;
-    using baseDetector::WaitUntilFlashReady;
+    using baseDetector::AreExposureTimesEqual, baseDetector::binningMode, baseDetector::cachedROIArea,
+        baseDetector::commsOpen, baseDetector::connected, baseDetector::detectorTimings, baseDetector::exposureTime,
+        baseDetector::frameCapturedEvent, baseDetector::GetCachedROIEnabled, baseDetector::GetCachedSliceInterlacing,
+        baseDetector::GetFirmwareMinimumExposureWindow, baseDetector::GetROIArea, baseDetector::InitializeExposureTime,
+        baseDetector::minimumExposureWindow, baseDetector::modelNumber, baseDetector::numBuffers, baseDetector::opening,
+        baseDetector::readoutTime, baseDetector::readsOwnTiming, baseDetector::sliceInterlacing, baseDetector::unit,
+        baseDetector::UpdateReadoutTime, baseDetector::WaitUntilFlashReady;
 };
 
 }  // namespace support

@@ -2,18 +2,22 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "InternalUtils/Failure.h"
 #include "detector/PleoraLib.h"
+#include "platform/Mutex.h"
 #include "support/RegisterScript.h"
 
 namespace support {
 
 /// The eBUS seam as a script: every call is written down as text, any call can be made to fail, the serial line is a
-/// `RegisterScript`, frames are what a test puts into `frame`.
+/// `RegisterScript`, frames are what a test puts into `frame`. Calls may come from any thread; the data is for a thread
+/// that is alone.
 class ScriptedPleora : public PleoraLib {
 public:
     std::vector<std::string> calls;
@@ -21,7 +25,7 @@ public:
     RegisterScript line;
     std::string failing;  ///< the call, as it is written down, that fails
     int failWith = 5;     ///< the code that it fails with
-    bool initialized = false;
+    std::atomic<bool> initialized{false};
     std::vector<std::uint8_t> frame;
     bool frameReady = true;
     int heldBuffers = 0;
@@ -60,14 +64,14 @@ public:
         return note(fmt::format("{} = {}", name.GetAscii(), value.GetAscii()));
     }
     PvResult Dev_GetIntegerValue(PvString name, std::int64_t& value) override {
-        value = integers[name.GetAscii()];
-        return note(fmt::format("{}?", name.GetAscii()));
+        return note(fmt::format("{}?", name.GetAscii()), [&] { value = integers[name.GetAscii()]; });
     }
     PvResult Dev_SetIntegerValue(PvString name, std::int64_t value) override {
         const std::string feature = name.GetAscii();
-        integers[feature] = feature == "Width" ? (value + roundWidthTo - 1) / roundWidthTo * roundWidthTo : value;
-        integers["PayloadSize"] = integers["Width"] * integers["Height"] * 2;
-        return note(fmt::format("{} = {}", feature, value));
+        return note(fmt::format("{} = {}", feature, value), [&] {
+            integers[feature] = feature == "Width" ? (value + roundWidthTo - 1) / roundWidthTo * roundWidthTo : value;
+            integers["PayloadSize"] = integers["Width"] * integers["Height"] * 2;
+        });
     }
     PvResult Dev_GetFloatValue(PvString name, double&) override { return note(fmt::format("{}?", name.GetAscii())); }
     bool Dev_IsConnected() override { return initialized; }
@@ -130,16 +134,16 @@ public:
         return IP_Read(target, size, count, 0);
     }
     PvResult IP_Read(std::uint8_t* target, std::uint32_t size, std::uint32_t& count, std::uint32_t timeoutMs) override {
-        const std::string chunk = line.read();
-        count = std::min(size, static_cast<std::uint32_t>(chunk.size()));
-        std::copy_n(chunk.begin(), count, target);
-        return note(fmt::format("IP_Read {}", timeoutMs));
+        return note(fmt::format("IP_Read {}", timeoutMs), [&] {
+            const std::string chunk = line.read();
+            count = std::min(size, static_cast<std::uint32_t>(chunk.size()));
+            std::copy_n(chunk.begin(), count, target);
+        });
     }
     PvResult IP_FlushRxBuffer() override { return note("IP_FlushRxBuffer"); }
     PvResult IP_Write(const std::uint8_t* source, std::uint32_t size, std::uint32_t& count) override {
-        line.write(std::string(reinterpret_cast<const char*>(source), size));
         count = size;
-        return note("IP_Write");
+        return note("IP_Write", [&] { line.write(std::string(reinterpret_cast<const char*>(source), size)); });
     }
     PvString DevInfo_GetIPAddress() override { return ""; }
     std::uint32_t Interface_GetDeviceCount() override { return 0; }
@@ -156,15 +160,21 @@ public:
 
     static PvResult failed(int code) { return PvResult(static_cast<std::uint32_t>(code), "scripted failure"); }
 
+protected:
+    platform::Mutex mutex;
+
 private:
     PvResult resultFor(const std::string& call) const { return call == failing ? failed(failWith) : PvResult(); }
-    PvResult note(const std::string& call) {
+    /// Writes the call down, makes its effect, and tells its result.
+    PvResult note(const std::string& call, const std::function<void()>& effect = {}) {
+        const platform::MutexLock lock(mutex);
         calls.push_back(call);
+        if (effect) effect();
         return resultFor(call);
     }
 
-    bool started = false;
-    bool acquiring = false;
+    std::atomic<bool> started{false};
+    std::atomic<bool> acquiring{false};
 };
 
 }  // namespace support

@@ -27,15 +27,9 @@ public:
     static constexpr int newReadoutCount = 6000;
     static constexpr float newReadoutMs = 12.0F;
 
-    using baseDetector::cachedROIEnabled;
-    using baseDetector::exposureMode;
-    using baseDetector::GetCachedLegacyTiming;
-    using baseDetector::GetCachedReadoutMode;
-    using baseDetector::GetCachedROIArea;
-    using baseDetector::legacyTiming;
-    using baseDetector::numOfExposures;
-    using baseDetector::readoutMode;
-    using baseDetector::UpdateFeaturesFlags;
+    using baseDetector::cachedROIEnabled, baseDetector::exposureMode, baseDetector::GetCachedLegacyTiming,
+        baseDetector::GetCachedReadoutMode, baseDetector::GetCachedROIArea, baseDetector::legacyTiming,
+        baseDetector::numOfExposures, baseDetector::readoutMode, baseDetector::UpdateFeaturesFlags;
 };
 
 /// Two detectors on the virtual clock: `plain` takes its times from the tables (5309 on GigE: 37.78 and 32.89 ms),

@@ -6,7 +6,6 @@
 #include <functional>
 #include <map>
 #include <string>
-#include <type_traits>
 
 #include "platform/Clock.h"
 #include "support/ScriptedPleora.h"
@@ -43,65 +42,27 @@ public:
         failures[call] = code;
     }
     int integer(const std::string& feature) {
-        return locked([&] { return static_cast<int>(integers[feature]); });
+        const platform::MutexLock lock(mutex);
+        return static_cast<int>(integers[feature]);
     }
-    bool isOpen() {
-        return locked([&] { return initialized; });
-    }
-    bool pipelineStarted() {
-        return locked([&] { return ScriptedPleora::Pipeline_IsStarted(); });
-    }
+    bool isOpen() const { return initialized; }
+    bool pipelineStarted() { return Pipeline_IsStarted(); }
     bool isAcquiring() const { return acquiring; }
     int framesTaken() const { return taken; }
-    /// Numbers the frames from here on, so that those of several detectors can be told apart.
-    void countFramesFrom(int number) { taken = number; }
     int framesHeld() const { return held; }
     int emptyRetrievals() const { return timeouts; }
 
-    using ScriptedPleora::Dev_SetEnumValue;
-    using ScriptedPleora::IP_Read;
     using ScriptedPleora::Pipeline_RetrieveNextBuffer;
 
-    void init() override {
-        locked([&] { ScriptedPleora::init(); });
-    }
-    void deinit() override {
-        locked([&] { ScriptedPleora::deinit(); });
-    }
-    PvResult Dev_SetBooleanValue(PvString name, bool value) override {
-        return locked([&] { return ScriptedPleora::Dev_SetBooleanValue(name, value); });
-    }
-    PvResult Dev_SetEnumValue(PvString name, PvString value) override {
-        return locked([&] { return ScriptedPleora::Dev_SetEnumValue(name, value); });
-    }
-    PvResult Dev_GetIntegerValue(PvString name, std::int64_t& value) override {
-        return locked([&] { return ScriptedPleora::Dev_GetIntegerValue(name, value); });
-    }
-    PvResult Dev_SetIntegerValue(PvString name, std::int64_t value) override {
-        return locked([&] { return ScriptedPleora::Dev_SetIntegerValue(name, value); });
-    }
     PvResult Dev_GetFloatValue(PvString /*name*/, double& value) override {
         constexpr double granuleSeconds = 6.0e-5;
         value = 1.0 / (granuleSeconds * (integer("TimerGranularityFactor") + 1));
         return {};
     }
-    void Pipeline_SetBufferSize(std::uint32_t size) override {
-        locked([&] { ScriptedPleora::Pipeline_SetBufferSize(size); });
-    }
-    PvResult Pipeline_Start() override {
-        return locked([&] { return ScriptedPleora::Pipeline_Start(); });
-    }
-    bool Pipeline_IsStarted() override { return pipelineStarted(); }
-    PvResult Pipeline_Stop() override {
-        return locked([&] { return ScriptedPleora::Pipeline_Stop(); });
-    }
-    PvResult IP_Read(std::uint8_t* target, std::uint32_t size, std::uint32_t& count, std::uint32_t timeoutMs) override {
-        return locked([&] { return ScriptedPleora::IP_Read(target, size, count, timeoutMs); });
-    }
     PvResult IP_FlushRxBuffer() override { return {}; }
     PvResult IP_Write(const std::uint8_t* source, std::uint32_t size, std::uint32_t& count) override {
         if (atCommand) atCommand(std::string(reinterpret_cast<const char*>(source), size - 1));
-        return locked([&] { return ScriptedPleora::IP_Write(source, size, count); });
+        return ScriptedPleora::IP_Write(source, size, count);
     }
 
     PvResult Pipeline_RetrieveNextBuffer(PvBuffer** /*location*/, PvResult* frameResult,
@@ -148,11 +109,6 @@ private:
         int frame = 0;
     };
 
-    template <class Call>
-    std::invoke_result_t<Call> locked(Call&& call) {
-        const platform::MutexLock lock(mutex);
-        return call();
-    }
     void put(Outcome outcome) {
         const platform::MutexLock lock(mutex);
         queue.push_back(outcome);
@@ -173,7 +129,6 @@ private:
         return code == 0 ? PvResult() : failed(code);
     }
 
-    platform::Mutex mutex;
     platform::Condition changed;
     std::deque<Outcome> queue GUARDED_BY(mutex);
     bool endless GUARDED_BY(mutex) = false;

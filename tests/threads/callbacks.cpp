@@ -4,12 +4,10 @@
 #include <stdexcept>
 
 #include "support/LiveRig.h"
-#include "support/LogCapture.h"
 
 /// The application's function: what it is called with, when it can be changed, and what becomes of its failures.
 
 using support::Checkpoint;
-using support::expectFailure;
 using support::failureOf;
 using support::LiveRig;
 using support::until;
@@ -17,13 +15,6 @@ using support::until;
 namespace {
 
 using Callback = support::LiveTest;
-
-constexpr const char* installedText =
-    "Callback thread already active! Please stop current callbacks before launching new one!";
-constexpr const char* noneText =
-    "Callback thread is not active! Please make sure callbacks are active before trying to stop them!";
-
-void nothing(int /*field*/, int /*buffer*/, QuorinDetector* /*owner*/) {}
 
 }  // namespace
 
@@ -47,39 +38,6 @@ TEST_F(Callback, GetsFieldCountAndBufferOfEachFrame) {
     EXPECT_EQ(rig.count, 6);
     EXPECT_TRUE(detector.IsCallbackActive());
     EXPECT_NO_THROW(detector.CheckForCallbackError());
-}
-
-TEST_F(Callback, CanOnlyBeChangedWhileNothingIsLive) {
-    int data = 0;
-    detector.SetCallbackData(&data);
-    expectFailure([&] { detector.StopCallback(); }, noneText, DerrBadRequest);
-    detector.GoLiveSeq(0, 3, 0);
-    expectFailure([&] { detector.SetCallback(nothing); }, "Cannot set callback during acquisition.", DerrCallback);
-    EXPECT_FALSE(detector.IsCallbackActive());
-    EXPECT_TRUE(detector.IsLive());
-    detector.GoUnLive();
-    detector.SetCallback(nullptr);
-    EXPECT_FALSE(detector.IsCallbackActive());
-    rig.installCallback();
-    expectFailure([&] { rig.installCallback(); }, installedText, DerrCallback);
-    detector.GoLiveSeq(0, 3, 0);
-    expectFailure([&] { detector.SetCallback(nothing); }, installedText, DerrCallback);
-    expectFailure([&] { detector.SetCallbackData(nullptr); }, "Cannot set callback data acquisition.", DerrCallback);
-    expectFailure([&] { detector.StopCallback(); }, "Cannot stop callback during acquisition.", DerrCallback);
-    EXPECT_EQ(detector.GetCallbackData(), &data);
-    detector.GoUnLive();
-    detector.StopCallback();
-    expectFailure([&] { detector.StopCallback(); }, noneText, DerrBadRequest);
-    int threads = 0;
-    auto& startThread = support::Inside::threadMaker(detector);
-    startThread = [&threads, real = startThread](std::function<void()> body) {
-        ++threads;
-        return real(std::move(body));
-    };
-    rig.expectNextRunWorks();
-    EXPECT_EQ(threads, 1) << "without a function there is the live thread alone";
-    detector.CloseBoard();
-    EXPECT_THROW(detector.SetCallback(nothing), QuorinException);
 }
 
 namespace {
@@ -157,20 +115,4 @@ TEST_F(Callback, SkipsToTheNewestFrame) {
     EXPECT_EQ(rig.calls()[1].buffer, 3);
     detector.GoUnLive();
     EXPECT_EQ(rig.count, 2);
-}
-
-TEST_F(Callback, ThreadSaysWhyItEnds) {
-    getQorLogger()->set_level(spdlog::level::info);
-    const support::LogCapture log;
-    rig.installCallback();
-    detector.GoLiveSeq(0, 3, 2);
-    pleora.give(2);
-    rig.awaitEnd();
-    rig.awaitCallbackThreadsEnd();
-    EXPECT_EQ(log.linesFrom("info|All frames acquired, stopping live thread").size(), 1U);
-    const auto lines = log.linesFrom("info|CALLBACK: ");
-    ASSERT_GE(lines.size(), 4U);
-    EXPECT_EQ(lines[0], "info|CALLBACK: Starting callback thread");
-    EXPECT_EQ(lines[lines.size() - 2], "info|CALLBACK: IsLive is false, stopping callback thread");
-    EXPECT_EQ(lines.back(), "info|CALLBACK: End of callback thread");
 }

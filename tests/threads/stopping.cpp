@@ -92,18 +92,6 @@ TEST_F(Stop, MeetsTheLastFrameAndTheEndOfTheLoop) {
     EXPECT_EQ(detector.GetFieldCount(), 2 * pleora.framesTaken());
 }
 
-TEST_F(Stop, OfTwoThreadsAtOnceIsOneStop) {
-    rig.installCallback();
-    pleora.setEndless(true);
-    for (int round = 0; round < 50; ++round) {
-        detector.GoLiveSeq(0, 3, 0);
-        if (round % 2 == 0) rig.awaitCalls(rig.count + 1);
-        together({[&] { detector.GoUnLive(); }, [&] { detector.GoUnLive(); }, [&] { detector.IsLive(); }});
-        EXPECT_FALSE(detector.IsLive());
-        EXPECT_FALSE(pleora.isAcquiring());
-    }
-}
-
 TEST_F(Stop, AgainstStart) {
     rig.installCallback();
     pleora.setEndless(true);
@@ -284,48 +272,6 @@ TEST_F(Stop, TwiceFromTheCallbackEndsTheRunAndTheNextWaitsForItsReturn) {
     rig.expectNextRunCalls();
 }
 
-TEST_F(Stop, RefusesWhatTheCallbackAsksForMeanwhile) {
-    struct Operation {
-        const char* name;
-        void (*call)(PleoraDetector& detector);
-    };
-    const Operation operations[] = {
-        {"SetCallback", [](auto& detector) { detector.SetCallback(nullptr); }},
-        {"SetCallbackData", [](auto& detector) { detector.SetCallbackData(nullptr); }},
-        {"StopCallback", [](auto& detector) { detector.StopCallback(); }},
-        {"GoLiveSeq", [](auto& detector) { detector.GoLiveSeq(0, 3, 0); }},
-        {"GoUnLive", [](auto& detector) { detector.GoUnLive(); }},
-        {"SetBinningMode", [](auto& detector) { detector.SetBinningMode(Bin2x2); }},
-        {"DisablePulseGenerator", [](auto& detector) { detector.DisablePulseGenerator(); }},
-        {"CloseBoard", [](auto& detector) { detector.CloseBoard(); }},
-    };
-    int seen = 0;
-    std::optional<QuorinException> refusal;
-    Gate* entered = nullptr;
-    const Operation* asked = nullptr;
-    rig.installCallback([&](const LiveRig::Call&) {
-        if (seen++ % 2 != 0) return;
-        entered->open();
-        until([&] { return !Inside::loop(detector)->running; });
-        refusal = failureOf([&] { asked->call(detector); });
-    });
-    for (const Operation& operation : operations) {
-        SCOPED_TRACE(operation.name);
-        Gate enteredNow;
-        entered = &enteredNow;
-        asked = &operation;
-        detector.GoLiveSeq(0, 3, 0);
-        pleora.give(1);
-        enteredNow.pass();
-        detector.GoUnLive();
-        ASSERT_TRUE(refusal);
-        EXPECT_EQ(refusal->GetCode(), DerrCallback) << refusal->what();
-        EXPECT_FALSE(detector.IsLive());
-        rig.expectNextRunCalls();
-    }
-    EXPECT_EQ(pleora.integer("Width"), 384);
-}
-
 TEST_F(Stop, CompletesASizeChangeThatItCutOff) {
     Checkpoint midway;
     pleora.atCommand = [&, passed = false](const std::string& command) mutable {
@@ -395,19 +341,25 @@ TEST_F(Stop, MeetsAFailureOfTheRun) {
     rig.expectNextRunCalls();
 }
 
-TEST_F(Stop, OfALimitedRunMeetsThePulseGenerator) {
-    for (int round = 0; round < 60; ++round) {
-        detector.GoLiveSeq(0, 3, 1);
-        together({[&] { pleora.give(1); },
-                  [&] {
-                      linger(round);
-                      EXPECT_NO_THROW(detector.EnablePulseGenerator(100.0F));
-                  }});
-        rig.awaitEnd();
-        detector.WaitImage(0);
+TEST_F(Stop, OfALimitedRunMeetsWhatChangesTheAcquisition) {
+    for (const bool pulses : {true, false}) {
+        for (int round = 0; round < 60; ++round) {
+            if (!pulses) rig.installCallback();
+            detector.GoLiveSeq(0, 3, 1);
+            together({[&] { pleora.give(1); },
+                      [&] {
+                          if (!pulses) until([&] { return !detector.IsLive(); });
+                          linger(round);
+                          EXPECT_NO_THROW(pulses ? detector.EnablePulseGenerator(100.0F) : detector.StopCallback());
+                      }});
+            rig.awaitEnd();
+            EXPECT_FALSE(detector.IsCallbackActive());
+        }
+        detector.DisablePulseGenerator();
+        rig.expectNextRunWorks();
     }
-    detector.DisablePulseGenerator();
-    rig.expectNextRunWorks();
+    EXPECT_NO_THROW(detector.CheckForCallbackError());
+    EXPECT_LE(rig.count, 60);
 }
 
 TEST_F(Stop, OfALimitedRunLosesNoCallbackOfTheRunRightAfter) {
@@ -464,20 +416,6 @@ TEST_F(Stop, OfTheCallbackThreadByItselfMeetsTheNextStart) {
     getQorLogger()->sinks().pop_back();
 }
 
-TEST_F(Stop, OfALimitedRunMeetsStopCallback) {
-    for (int round = 0; round < 100; ++round) {
-        rig.installCallback();
-        detector.GoLiveSeq(0, 3, 1);
-        pleora.give(1);
-        until([&] { return !detector.IsLive(); });
-        linger(round);
-        EXPECT_NO_THROW(detector.StopCallback());
-        EXPECT_FALSE(detector.IsCallbackActive());
-    }
-    EXPECT_NO_THROW(detector.CheckForCallbackError());
-    EXPECT_LE(rig.count, 100);
-}
-
 TEST_F(Stop, OfALimitedRunMayBeTheNextStartFromTheCallback) {
     constexpr int runs = 50;
     rig.installCallback([&](const LiveRig::Call&) {
@@ -491,33 +429,6 @@ TEST_F(Stop, OfALimitedRunMayBeTheNextStartFromTheCallback) {
     rig.awaitEnd();
     EXPECT_EQ(detector.GetFieldCount(), 2 * runs);
     EXPECT_NO_THROW(detector.CheckForCallbackError());
-}
-
-TEST_F(Stop, OfOneDetectorLeavesAnotherAlone) {
-    LiveRig other;
-    constexpr int firstOfOther = 1000000;
-    other.pleora->countFramesFrom(firstOfOther);
-    std::atomic<int> foreign{0};
-    for (LiveRig* each : {&rig, &other})
-        each->installCallback([&foreign, each, isOther = each == &other](const LiveRig::Call& call) {
-            if ((each->frameIn(call.buffer) > firstOfOther) != isOther) ++foreign;
-        });
-    const auto oneCall = [](LiveRig& each) {
-        const int before = each.count;
-        each.giveToCallback();
-        each.awaitCalls(before + 1);
-    };
-    other.detector->GoLiveSeq();
-    for (int round = 0; round < 20; ++round) {
-        detector.GoLiveSeq();
-        together({[&] { oneCall(rig); }, [&] { oneCall(other); }});
-        together({[&] { detector.GoUnLive(); }, [&] { pleora.give(1); }, [&] { oneCall(other); }});
-        pleora.dropFrames();
-        EXPECT_TRUE(other.detector->IsLive());
-    }
-    together({[&] { other.detector->GoUnLive(); }, [&] { other.pleora->give(1); }});
-    EXPECT_EQ(foreign, 0);
-    for (LiveRig* each : {&rig, &other}) EXPECT_NO_THROW(each->detector->CheckForCallbackError());
 }
 
 namespace {

@@ -75,19 +75,6 @@ INSTANTIATE_TEST_SUITE_P(
                     Recorded{"5101", 5, {"--set", "trigger_source=bits_5_and_6", "--exposure", "20", "--pulse", "30"}}),
     [](const auto& run) { return "Run" + std::to_string(run.index); });
 
-TEST_F(ToolLive, WritesNumberedFilesIntoADirectory) {
-    output = folder.string();
-    ASSERT_EQ(live("5101", 3, {"--exposure", "20"}).status, 0);
-    std::vector<Page> pages;
-    for (const char* name : {"frame_000001.tif", "frame_000002.tif", "frame_000003.tif"}) {
-        const std::vector<Page> file = readPages((folder / name).string());
-        ASSERT_EQ(file.size(), 1U) << name;
-        pages.push_back(file[0]);
-    }
-    expectPattern(pages, simulator::Rack::instance().find("sim:5101")->profile());
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 3);
-}
-
 class ToolLiveInterrupted : public ToolLive, public testing::WithParamInterface<const char*> {};
 
 TEST_P(ToolLiveInterrupted, KeepsTheFramesThatCameBefore) {

@@ -77,17 +77,6 @@ TEST_F(ToolSettings, EveryOneCanBeSetAndReadBack) {
         EXPECT_EQ(covered.count(std::string(setting.name)), 1U) << setting.name << " has no row";
 }
 
-TEST_F(ToolSettings, ReachTheRegistersInTheOrderGiven) {
-    const ToolRun run = on("6112-kestrane", {"set", "trigger_source=bits_5_and_7", "num_of_exposures=7", "test_mode=on",
-                                             "pre_programmed_exposure_times_ms=100,200,300"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(registerOf("6112-kestrane", 0), 0xA1);
-    EXPECT_EQ(registerOf("6112-kestrane", 17), 3) << "the times set their number";
-    const json times = json::parse(on("6112-kestrane", {"get", "pre_programmed_exposure_times_ms", "--json"}).out)
-                           .at("pre_programmed_exposure_times_ms");
-    EXPECT_NEAR(times.at(2).get<double>(), 300.0, 0.1);
-}
-
 TEST_F(ToolSettings, AreAllListedByGetAndByHelp) {
     const json all = json::parse(on("5101", {"get", "--json"}).out);
     const std::string text = on("5101", {"get"}).out;
@@ -146,10 +135,6 @@ TEST_F(ToolSettings, PulsesAndTriggersReachTheDetector) {
     EXPECT_LE(edges, 11);
     EXPECT_GE(frames, 1);
     EXPECT_LE(frames + duringFrames, edges);
-    // Taking the generator out of the way, after the count, can make one more edge.
-    const auto later = static_cast<int>(detector->ledger().edges) - 1 - edges;
-    EXPECT_GE(later, 0);
-    EXPECT_LE(later, 1);
     EXPECT_EQ(on("5101", {"pulse", "on", "20"}).status, 0);
     EXPECT_EQ(on("5101", {"pulse", "hold"}).status, 0);
     EXPECT_EQ(on("5101", {"pulse", "off"}).status, 0);
@@ -168,37 +153,19 @@ TEST(ToolSettingsLine, ABadOneEndsWithStatus2BeforeAnythingIsOpened) {
         {{"set"}, "NAME=VALUE"},
         {{"set", "binning"}, "NAME=VALUE is needed"},
         {{"set", "colour=red"}, "colour is no setting; allowed are binning, exposure_time_ms"},
-        {{"set", "=1x1"}, "is no setting"},
         {{"set", "binning=3x3"}, "allowed is 1x1, 1x2"},
-        {{"set", "binning="}, "allowed is 1x1"},
         {{"set", "binning=1x1", "test_mode=maybe"}, "allowed is on, off"},
         {{"set", "exposure_time_ms=nan"}, "a number from 0 on (ms)"},
-        {{"set", "exposure_time_ms=-1"}, "a number from 0 on"},
         {{"set", "gap_time_ms=12ms"}, "a number from 0 on"},
-        {{"set", "gap_time_ms=1e99"}, "a number from 0 on"},
         {{"set", "num_of_exposures=0"}, "1 to 65535"},
-        {{"set", "num_of_exposures=65536"}, "1 to 65535"},
-        {{"set", "num_of_exposures=2.5"}, "1 to 65535"},
         {{"set", "pre_programmed_exposure_times_ms=5"}, "2 to 4"},
         {{"set", "pre_programmed_exposure_times_ms=1,2,3,4,5"}, "2 to 4"},
-        {{"set", "pre_programmed_exposure_times_ms=1,,3"}, "2 to 4"},
-        {{"set", "roi=3072"}, "W,H[,ROW]"},
-        {{"set", "roi=3072,128,0,0"}, "W,H[,ROW]"},
         {{"get", "colour"}, "colour is no setting"},
-        {{"info", "--set", "binning=3x3"}, "allowed is 1x1"},
-        {{"get", "--roi", "3072x128"}, "--roi"},
         {{"info", "--pulse", "0"}, "--pulse"},
-        {{"roi"}, "subcommand"},
-        {{"roi", "set", "3072"}, "H"},
         {{"roi", "margin", "wide"}, "STATE"},
-        {{"pulse", "on"}, "HZ"},
         {{"pulse", "on", "0"}, "HZ"},
-        {{"pulse", "on", "nan"}, "HZ"},
         {{"pulse", "run", "10"}, "--for"},
-        {{"pulse", "run", "10", "--for", "0"}, "--for"},
-        {{"pulse", "run", "10", "--for", "inf"}, "--for"},
         {{"live", "--output", "/tmp/refused.tif"}, "--count"},
-        {{"live", "--count", "0", "--output", "/tmp/refused.tif"}, "--count"},
         {{"live", "--count", "5", "--output", "/nowhere/at/all.tif"}, "/nowhere/at"},
     };
     for (const Refused& line : lines) {

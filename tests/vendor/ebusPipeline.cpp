@@ -24,18 +24,6 @@ protected:
     PvResult frameResult;
 };
 
-TEST_F(EbusPipeline, FramesArriveWholeAndInOrder) {
-    connectAndRun(4);
-    expose(3);
-    for (std::uint64_t frame = 1; frame <= 3; ++frame) {
-        ASSERT_TRUE(retrieve().IsOK());
-        EXPECT_TRUE(frameResult.IsOK());
-        EXPECT_EQ(pixelsOf(*buffer), pattern(frame));
-        EXPECT_TRUE(user.pipeline.ReleaseBuffer(buffer).IsOK());
-    }
-    EXPECT_EQ(detector->ledger().delivered, 3U);
-}
-
 TEST_F(EbusPipeline, RetrievalEndsWithTheFrameOrWithCode30AtTheTimeout) {
     connectAndRun(4);
     const platform::Time before = clock.now();
@@ -47,7 +35,6 @@ TEST_F(EbusPipeline, RetrievalEndsWithTheFrameOrWithCode30AtTheTimeout) {
     EXPECT_EQ(clock.now() - before, std::chrono::milliseconds(102));
     ASSERT_TRUE(user.pipeline.Stop().IsOK());
     EXPECT_EQ(retrieve(50).GetCode(), 30U) << "stopped";
-    EXPECT_EQ(clock.now() - before, std::chrono::milliseconds(152));
 }
 
 TEST_F(EbusPipeline, FramesAreLostWhileTheUserHoldsAllBuffers) {
@@ -133,12 +120,6 @@ TEST_F(EbusPipeline, TheDeviceGrabsItsOwnWidthAndHeight) {
     std::vector<std::uint16_t> expected(grabbedWidth * grabbedHeight);
     for (std::size_t row = 0; row < grabbedHeight; ++row)
         std::copy_n(&detectorFrame[row * width], width, &expected[row * grabbedWidth]);
-    EXPECT_EQ(pixelsOf(*buffer), expected);
-
-    user.features().SetEnumValue("TestImageSelector", "GreyVerticalRamp");
-    expose();
-    ASSERT_TRUE(retrieve().IsOK());
-    for (std::size_t i = 0; i < expected.size(); ++i) expected[i] = static_cast<std::uint16_t>(i / grabbedWidth);
     EXPECT_EQ(pixelsOf(*buffer), expected);
 }
 
