@@ -61,6 +61,9 @@ protected:
     std::atomic<bool> buffersFixed{false};
     std::atomic<std::int32_t> pulseDivider{0};  ///< exposure pixel clock divide N of the pulse generator, 0 to 7
 
+    /// A change of size began and the grabber has not been set to its end: what comes may have another size.
+    std::atomic<bool> sizeChangeOpen{false};
+
 private:
     static const std::uint32_t PRINC_EPCD_MAXVAL = 7;  ///< largest N
     static const std::uint32_t PRINC_EPCD_POS = 7;     ///< position of N in the generator's mode word
@@ -75,6 +78,7 @@ private:
     void connect(const char* text);
     void loadFormat(const VideoFormat& format, const char* function);
     void reconfigureFG();
+    void catchUpOnImageSize();
     template <class RunStep>
     void tearDown(RunStep&& runStep) REQUIRES(acquisitionLock);
     std::int64_t frameBytes();

@@ -29,6 +29,7 @@ void EpixDetector::Snap(int buffer, int timeoutMs) {
     constexpr const char* here = "EpixDetector::Snap";
     CheckConnected();
     try {
+        catchUpOnImageSize();
         // The signal of an earlier frame that nobody waited for isn't that of this one.
         platform::resetEvent(frameCapturedEvent);
         expectZero(xclibLib->goSnap(xcState, unitMap, static_cast<long>(buffer) + 1), "Problem Snapping Image!", here,
@@ -55,6 +56,7 @@ void EpixDetector::GoLiveSeq(int startBuffer, int stopBuffer, int frameCount) {
         CheckConnected();
         const StoppableGuard lock(acquisitionLock);
         baseDetector::GoLiveSeq(startBuffer, stopBuffer, frameCount);
+        catchUpOnImageSize();
         platform::resetEvent(frameCapturedEvent);
         expectZero(xclibLib->goLiveSeq(xcState, unitMap, static_cast<long>(startBuffer) + 1,
                                        static_cast<long>(stopBuffer) + 1, increment, frameCount, period),

@@ -126,13 +126,20 @@ void EpixDetector::reconfigureFG() {
             numBuffers = available;
         else if (available < numBuffers)
             failWith(available, memoryProblem, here, DerrResources);
+        sizeChangeOpen = false;
     });
 }
 
-void EpixDetector::PrepareInterfaceForImageSizeChange() {}
+void EpixDetector::PrepareInterfaceForImageSizeChange() {
+    sizeChangeOpen = true;  // nothing to be done: the grabber takes a new size at once
+}
 
 void EpixDetector::UpdateInterfaceImageSize() {
     reconfigureFG();
+}
+
+void EpixDetector::catchUpOnImageSize() {
+    if (sizeChangeOpen) UpdateInterfaceImageSize();
 }
 
 template <class RunStep>

@@ -329,3 +329,17 @@ TEST_F(Maintenance, LowPowerWithoutAnAnswerFailsAndKeepsTheCache) {
     EXPECT_GE(cost, std::chrono::milliseconds(7000));
     EXPECT_EQ(kestrane.binningMode.get(), Bin4x4);
 }
+
+TEST_F(Maintenance, PowerOnForgetsTheSettingsThenTakesUpTheFrameSizeThenTheTiming) {
+    core.GetModelNumber();
+    core.binningMode = Bin2x2;
+    core.line.commands.clear();
+    core.transportCalls.clear();
+    core.line.hook = [this](const std::string& command) -> std::vector<std::string> {
+        EXPECT_THAT(core.transportCalls, ElementsAre("Update")) << command;
+        return {};
+    };
+    static_cast<baseDetector&>(core).PowerSwitch(true);
+    EXPECT_EQ(core.binningMode.get(), Bin1x1);
+    EXPECT_FALSE(core.line.wasSent("R1124")) << "the model stays known";
+}

@@ -144,7 +144,6 @@ TEST_P(Region, ReadoutTimeIsAwaitedWhileTheDetectorWorksItOutAndMissedOnce) {
                   "Failed to update readout time, readout time register remained zero until timeout.",
                   DerrSerialCommand);
     hardware->setReadoutTimeSettleMs(20);
-    if (!road.snapTakesUpTheSize()) detector->SetBinningMode(Bin4x4);
     expectSnap(0, 768, 32);
 }
 
