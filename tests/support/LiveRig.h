@@ -10,30 +10,27 @@
 #include <utility>
 #include <vector>
 
-#include "detector/PleoraDetector.h"
 #include "logging.h"
-#include "support/ThreadedPleora.h"
+#include "support/FrameFeed.h"
 #include "support/Watchdog.h"
 #include "support/expectFailure.h"
 
 namespace support {
 
-/// What is hidden in a `PleoraDetector`. The object itself is no test class: nothing but the library's own
-/// destructors may stand between a running thread and the end.
-struct Inside : PleoraDetector {
-    static auto& library(PleoraDetector& detector) { return detector.*(&Inside::pleoraLib); }
-    static auto& threadMaker(PleoraDetector& detector) { return detector.*(&Inside::startThread); }
-    static auto& framesCountedStale(PleoraDetector& detector) { return detector.*(&Inside::staleFrames); }
-    static bool someoneWaitsForAnImage(PleoraDetector& detector) {
+/// What is hidden in a detector. The object itself is no test class: nothing but the library's own destructors may
+/// stand between a running thread and the end.
+struct Inside : baseDetector {
+    static auto& threadMaker(baseDetector& detector) { return detector.*(&Inside::startThread); }
+    static bool someoneWaitsForAnImage(baseDetector& detector) {
         auto& section = detector.*(&Inside::waitSection);
         if (!section.try_lock()) return true;
         section.unlock();
         return false;
     }
-    static auto loop(PleoraDetector& detector) { return detector.*(&Inside::callbackLoop); }
+    static auto loop(baseDetector& detector) { return detector.*(&Inside::callbackLoop); }
 };
 
-/// A GigE detector over a `ThreadedPleora`, with a ring of 4 small frames and a callback that the test fills in.
+/// A detector with frames on demand, a ring of 4 small frames and a callback that the test fills in.
 class LiveRig {
 public:
     static constexpr int ringFrames = 4;
@@ -43,14 +40,13 @@ public:
         int buffer;
     };
 
-    LiveRig() : pleora(std::make_shared<ThreadedPleora>()) {
-        // Electronics that tell their own timing, binned 4x4: frames of 384 x 216.
-        pleora->line.registers = {{124, 5101}, {126, 1}, {129, 2}, {9, 4}, {10, 4}, {11, 60000}, {410, 1000}};
-        pleora->frame.assign(1536 * 864 * 2, 0);
+    explicit LiveRig(DetectorInterface transport) {
+        if (transport == TransportGE)
+            feed = std::make_unique<PleoraFeed>();
+        else
+            feed = std::make_unique<GrabberFeed>();
         // The core hands its owner to the callback and never looks into it.
-        detector = std::make_unique<PleoraDetector>("10.0.0.2", reinterpret_cast<QuorinDetector*>(this));  // NOLINT
-        Inside::library(*detector) = pleora;
-        detector->OpenBoard(ringFrames);
+        detector = feed->open(reinterpret_cast<QuorinDetector*>(this), ringFrames);  // NOLINT
     }
 
     ~LiveRig() { detector.reset(); }  // while what its callback needs is still there
@@ -84,7 +80,7 @@ public:
         until([&] { return count >= number; });
     }
     void awaitEnd() {
-        until([&] { return !detector->IsLive() && !pleora->isAcquiring(); });
+        until([&] { return !detector->IsLive() && !feed->isAcquiring(); });
     }
     void awaitCallbackThreadsEnd() {
         const auto loop = Inside::loop(*detector);  // the flag is up before the thread comes to say who it is
@@ -94,20 +90,18 @@ public:
     /// no call: its last frame is told by the end of the run.
     void giveToCallback() {
         until([&] { return Inside::someoneWaitsForAnImage(*detector); });
-        pleora->give(1);
+        feed->give(1);
     }
-    /// The number that the frame in a ring block begins with.
+    /// The number of the frame in a ring block.
     int frameIn(int buffer) {
         std::vector<unsigned char> pixels(
             2 * static_cast<std::size_t>(detector->GetBufferXdim() * detector->GetBufferYdim()));
         detector->ReadBuffer(buffer, pixels.data());
-        int number = 0;
-        std::memcpy(&number, pixels.data(), sizeof(number));
-        return number;
+        return feed->numberOf(pixels);
     }
     /// Takes one frame with a callback in a run of its own.
     void expectNextRunCalls() {
-        pleora->dropFrames();
+        feed->dropFrames();
         const int before = count;
         ASSERT_NO_THROW(detector->GoLiveSeq(0, 3, 1));
         giveToCallback();
@@ -117,18 +111,18 @@ public:
     }
     /// Takes one frame in a run of its own: nothing of an earlier run stands in the way.
     void expectNextRunWorks() {
-        pleora->dropFrames();
+        feed->dropFrames();
         const int field = detector->GetFieldCount();
         ASSERT_NO_THROW(detector->GoLiveSeq(1, 2, 1));
-        pleora->give(1);
+        feed->give(1);
         awaitEnd();
-        EXPECT_EQ(detector->GetFieldCount(), field + 2);
+        EXPECT_EQ(detector->GetFieldCount(), field + feed->fieldsOfFirstFrame());
         EXPECT_EQ(detector->GetCapturedBuffer(), 1);
-        EXPECT_EQ(frameIn(1), pleora->framesTaken());
+        EXPECT_EQ(frameIn(1), feed->newestFrame());
     }
 
-    std::shared_ptr<ThreadedPleora> pleora;
-    std::unique_ptr<PleoraDetector> detector;
+    std::unique_ptr<FrameFeed> feed;
+    std::unique_ptr<baseDetector> detector;
     std::atomic<int> count{0};
 
 private:
@@ -149,13 +143,29 @@ private:
     spdlog::level::level_enum level;
 };
 
-class LiveTest : public testing::Test {
+/// On the transport that is the parameter.
+class LiveTest : public testing::TestWithParam<DetectorInterface> {
 protected:
     const Watchdog watchdog;
     const QuietLog quiet;
-    LiveRig rig;
-    ThreadedPleora& pleora = *rig.pleora;
-    PleoraDetector& detector = *rig.detector;
+    LiveRig rig{GetParam()};
+    FrameFeed& feed = *rig.feed;
+    baseDetector& detector = *rig.detector;
+};
+
+inline const auto onBothTransports = testing::Values(TransportGE, TransportCL);
+inline std::string transportName(const testing::TestParamInfo<DetectorInterface>& info) {
+    return info.param == TransportGE ? "GE" : "CL";
+}
+
+/// On GigE alone: what the eBUS seam and the live thread can do to a run.
+class GigeLiveTest : public testing::Test {
+protected:
+    const Watchdog watchdog;
+    const QuietLog quiet;
+    LiveRig rig{TransportGE};
+    ThreadedPleora& pleora = *static_cast<PleoraFeed&>(*rig.feed).pleora;
+    PleoraDetector& detector = static_cast<PleoraDetector&>(*rig.detector);
 };
 
 }  // namespace support

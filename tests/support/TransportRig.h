@@ -53,6 +53,8 @@ struct Road {
     }
     /// A damaged frame is the snap's own failure on GigE; the grabber's fault text makes the wait fail on Camera Link.
     Derr brokenFrameCode() const { return isGigE() ? DerrAcquisition : DerrTransport; }
+    /// Camera Link: a frame or a read that meets a change of size is refused, with a fault text or code 5.
+    bool sizeChangesAreSeamless() const { return isGigE(); }
     /// Preparing the pulse generator ends a live run at once, and waits for nobody.
     bool pulsesEndARun() const { return !isGigE(); }
     const char* layer() const { return isGigE() ? "PleoraDetector::" : "EpixDetector::"; }

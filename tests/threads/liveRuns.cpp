@@ -12,11 +12,13 @@ using support::Checkpoint;
 using support::expectFailure;
 using support::Inside;
 using support::LiveRig;
+using support::ThreadedPleora;
 using support::until;
 
 namespace {
 
 using LiveRun = support::LiveTest;
+using GigeLiveRun = support::GigeLiveTest;
 
 constexpr const char* rangeText = "The requested buffer is outside of the allocated range!";
 constexpr const char* liveText = "An error occured in the Live thread!";
@@ -40,16 +42,16 @@ const Sequence sequences[] = {
 
 }  // namespace
 
-TEST_F(LiveRun, PutsEachFrameIntoItsBlockAndCountsTheFirstTwice) {
+TEST_P(LiveRun, PutsEachFrameIntoItsBlockAndCountsIt) {
     int field = 0;
     int frame = 0;
     for (const Sequence& sequence : sequences) {
         SCOPED_TRACE(sequence.name);
         detector.GoLiveSeq(sequence.start, sequence.stop, sequence.limit);
-        field += 1;
+        field += feed.fieldsOfFirstFrame() - 1;
         int taken = 0;
         for (const int block : sequence.blocks) {
-            pleora.give(1);
+            feed.give(1);
             detector.WaitImage(-1);
             EXPECT_EQ(detector.GetFieldCount(), ++field);
             EXPECT_EQ(detector.GetCapturedBuffer(), block);
@@ -58,12 +60,8 @@ TEST_F(LiveRun, PutsEachFrameIntoItsBlockAndCountsTheFirstTwice) {
         }
         if (sequence.limit == 0) detector.GoUnLive();
         rig.awaitEnd();
-        EXPECT_EQ(pleora.framesHeld(), 0);
+        EXPECT_EQ(feed.framesHeld(), 0);
     }
-    pleora.give(1);
-    detector.GoLiveSeq(0, 3, -1);
-    rig.awaitEnd();
-    EXPECT_EQ(detector.GetFieldCount(), field) << "a negative count ends at once";
     detector.GoLiveSeq();
     EXPECT_TRUE(detector.IsLive());
     detector.GoUnLive();
@@ -72,7 +70,9 @@ TEST_F(LiveRun, PutsEachFrameIntoItsBlockAndCountsTheFirstTwice) {
                   "The stop parameter cannot be greater than the start parameter!", DerrBadRequest);
 }
 
-TEST_F(LiveRun, BeyondTheRingFailsWhenItGetsThereAndStaysLive) {
+INSTANTIATE_TEST_SUITE_P(On, LiveRun, support::onBothTransports, support::transportName);
+
+TEST_F(GigeLiveRun, BeyondTheRingFailsWhenItGetsThereAndStaysLive) {
     const auto expectLiveError = [&](const auto& call) { expectFailure(call, rangeText, DerrResources); };
     detector.GoLiveSeq(3, 4, 0);
     pleora.give(2);
@@ -127,12 +127,13 @@ const Failure failures[] = {
 
 }  // namespace
 
-TEST_F(LiveRun, FailureIsReportedAtEachCallAndTheStopStillWorks) {
+TEST_F(GigeLiveRun, FailureIsReportedAtEachCallAndTheStopStillWorks) {
     for (const Failure& failure : failures) {
         SCOPED_TRACE(failure.name);
-        LiveRig each;
+        LiveRig each(TransportGE);
+        ThreadedPleora& line = *static_cast<support::PleoraFeed&>(*each.feed).pleora;
         each.detector->GoLiveSeq(0, 3, failure.limit);
-        failure.provoke(*each.pleora);
+        failure.provoke(line);
         until([&] { return support::failureOf([&] { each.detector->CheckForLiveError(); }).has_value(); });
         for (int call = 0; call < 2; ++call) {
             const auto error = expectFailure([&] { each.detector->CheckForLiveError(); }, failure.text, DerrTransport,
@@ -141,14 +142,19 @@ TEST_F(LiveRun, FailureIsReportedAtEachCallAndTheStopStillWorks) {
             EXPECT_STREQ(error->GetTransportMessage(), "scripted failure");
         }
         EXPECT_EQ(each.detector->IsLive(), failure.liveAfter);
-        for (const char* call : {"release", "State_Stop"}) each.pleora->setFailing(call, 0);
+        for (const char* call : {"release", "State_Stop"}) line.setFailing(call, 0);
         EXPECT_NO_THROW(each.detector->GoUnLive());
-        EXPECT_EQ(each.pleora->framesHeld(), 0);
+        EXPECT_EQ(line.framesHeld(), 0);
         each.expectNextRunWorks();
     }
 }
 
-TEST_F(LiveRun, WaitsForFramesWithoutAnError) {
+TEST_F(GigeLiveRun, WaitsForFramesWithoutAnError) {
+    pleora.give(1);
+    detector.GoLiveSeq(0, 3, -1);
+    rig.awaitEnd();
+    EXPECT_EQ(detector.GetFieldCount(), 0) << "a negative count ends at once";
+    pleora.dropFrames();
     detector.GoLiveSeq(0, 3, 1);
     pleora.giveFailure(30, 0);
     until([&] { return pleora.emptyRetrievals() >= 2; });
@@ -169,7 +175,7 @@ constexpr Refusal refusals[] = {{"acquisition", 0, true}, {"callback thread", 1,
 
 }  // namespace
 
-TEST_F(LiveRun, ThatCannotStartLeavesNothingBehind) {
+TEST_F(GigeLiveRun, ThatCannotStartLeavesNothingBehind) {
     rig.installCallback();
     auto& startThread = Inside::threadMaker(detector);
     const auto realStart = startThread;
@@ -203,7 +209,15 @@ TEST_F(LiveRun, ThatCannotStartLeavesNothingBehind) {
     }
 }
 
-TEST_F(LiveRun, ReleasesAFrameFromBeforeASizeChangeUncopied) {
+namespace {
+
+struct Stale : PleoraDetector {
+    static auto& count(PleoraDetector& detector) { return detector.*(&Stale::staleFrames); }
+};
+
+}  // namespace
+
+TEST_F(GigeLiveRun, ReleasesAFrameFromBeforeASizeChangeUncopied) {
     Checkpoint frameInHand;
     std::atomic<int> retrieved{0};
     pleora.atRetrieved = [&] {
@@ -216,7 +230,7 @@ TEST_F(LiveRun, ReleasesAFrameFromBeforeASizeChangeUncopied) {
     frameInHand.await();
     detector.UpdateInterfaceImageSize();
     frameInHand.release();
-    until([&] { return Inside::framesCountedStale(detector) == 1; });
+    until([&] { return Stale::count(detector) == 1; });
     EXPECT_EQ(detector.GetFieldCount(), 2);
     EXPECT_EQ(detector.GetCapturedBuffer(), 0);
     pleora.give(1);

@@ -23,6 +23,7 @@ using support::until;
 namespace {
 
 using Stop = support::LiveTest;
+using GigeStop = support::GigeLiveTest;
 using Calls = std::vector<std::function<void()>>;
 
 /// Runs all of them at once.
@@ -49,7 +50,7 @@ void linger(int round) {
 
 }  // namespace
 
-TEST_F(Stop, WaitsForTheCallbackWhichMayAskWhetherTheRunIsLive) {
+TEST_P(Stop, WaitsForTheCallbackWhichMayAskWhetherTheRunIsLive) {
     Gate entered;
     bool answered = false;
     rig.installCallback([&](const LiveRig::Call&) {
@@ -58,15 +59,15 @@ TEST_F(Stop, WaitsForTheCallbackWhichMayAskWhetherTheRunIsLive) {
         for (int question = 0; question < 100; ++question) answered = detector.IsLive();
     });
     detector.GoLiveSeq(0, 3, 0);
-    pleora.give(1);
+    feed.give(1);
     entered.pass();
     detector.GoUnLive();
     EXPECT_TRUE(answered) << "the stop returned before the callback, or was seen before it was done";
     EXPECT_FALSE(detector.IsLive());
-    EXPECT_FALSE(pleora.isAcquiring());
+    EXPECT_FALSE(feed.isAcquiring());
 }
 
-TEST_F(Stop, MeetsTheLastFrameAndTheEndOfTheLoop) {
+TEST_F(GigeStop, MeetsTheLastFrameAndTheEndOfTheLoop) {
     const std::vector<std::function<void()> support::ThreadedPleora::*> moments{&support::ThreadedPleora::atRetrieved,
                                                                                 &support::ThreadedPleora::atRelease,
                                                                                 &support::ThreadedPleora::atStateStop};
@@ -92,9 +93,9 @@ TEST_F(Stop, MeetsTheLastFrameAndTheEndOfTheLoop) {
     EXPECT_EQ(detector.GetFieldCount(), 2 * pleora.framesTaken());
 }
 
-TEST_F(Stop, AgainstStart) {
+TEST_P(Stop, AgainstStart) {
     rig.installCallback();
-    pleora.setEndless(true);
+    feed.setEndless(true);
     const auto churn = [&] {
         for (int round = 0; round < 100; ++round) {
             const auto refusal = failureOf([&] { detector.GoLiveSeq(0, 3, round % 3); });
@@ -105,7 +106,7 @@ TEST_F(Stop, AgainstStart) {
     };
     together({churn, churn, churn});
     detector.GoUnLive();
-    pleora.setEndless(false);
+    feed.setEndless(false);
     rig.awaitEnd();
     rig.awaitCallbackThreadsEnd();
     rig.expectNextRunCalls();
@@ -125,10 +126,10 @@ const Ending endings[] = {
 
 }  // namespace
 
-TEST_F(Stop, ByCloseOrDestructionWaitsForTheLastCallOfAnEndedRun) {
+TEST_P(Stop, ByCloseOrDestructionWaitsForTheLastCallOfAnEndedRun) {
     for (const Ending& ending : endings) {
         SCOPED_TRACE(ending.name);
-        LiveRig each;
+        LiveRig each(GetParam());
         Checkpoint lastCall;
         std::atomic<bool> returned{false};
         each.installCallback([&](const LiveRig::Call&) {
@@ -145,16 +146,16 @@ TEST_F(Stop, ByCloseOrDestructionWaitsForTheLastCallOfAnEndedRun) {
         });
         lastCall.release();
         closer.join();
-        EXPECT_FALSE(each.pleora->isOpen());
+        EXPECT_FALSE(each.feed->isOpen());
         EXPECT_EQ(each.count, 1);
     }
 }
 
-TEST_F(Stop, ByCloseOrDestructionMeetsACallbackThreadThatWaits) {
+TEST_P(Stop, ByCloseOrDestructionMeetsACallbackThreadThatWaits) {
     for (const Ending& ending : endings) {
         SCOPED_TRACE(ending.name);
         for (int round = 0; round < 20; ++round) {
-            LiveRig each;
+            LiveRig each(GetParam());
             each.installCallback();
             if (round == 0) {
                 // The application takes the last frame's signal: the thread waits for one that doesn't come.
@@ -162,16 +163,16 @@ TEST_F(Stop, ByCloseOrDestructionMeetsACallbackThreadThatWaits) {
                 until([&] { return Inside::someoneWaitsForAnImage(*each.detector); });
                 each.detector->GoLiveSeq(0, 3, 1);
                 until([&] { return Inside::loop(*each.detector)->thread.load() != std::thread::id(); });
-                each.pleora->give(1);
+                each.feed->give(1);
                 application.join();
             } else {
-                each.pleora->give(2);
                 each.detector->GoLiveSeq(0, 3, 1 + round % 2);
+                each.feed->give(2);
                 linger(round);
             }
             ending.end(each);
-            EXPECT_FALSE(each.pleora->isOpen());
-            EXPECT_FALSE(each.pleora->isAcquiring());
+            EXPECT_FALSE(each.feed->isOpen());
+            EXPECT_FALSE(each.feed->isAcquiring());
             if (round == 0 && each.detector != nullptr) {
                 each.detector->OpenBoard();
                 EXPECT_NO_THROW(each.detector->CheckForCallbackError()) << "the event was closed under the thread";
@@ -184,19 +185,19 @@ TEST_F(Stop, ByCloseOrDestructionMeetsACallbackThreadThatWaits) {
     }
 }
 
-TEST_F(Stop, ByDestructionFromTheCallbackClosesTheBoard) {
+TEST_P(Stop, ByDestructionFromTheCallbackClosesTheBoard) {
     getQorLogger()->set_level(spdlog::level::err);
     const support::LogCapture log;
     for (const int limit : {0, 1}) {
         SCOPED_TRACE(limit == 0 ? "in the middle of a run" : "at the last frame");
-        LiveRig each;
+        LiveRig each(GetParam());
         Gate gone;
         Gate inCallback;
         // The live thread has its last frame's lock while the callback begins to destroy.
-        each.pleora->atRelease = [&] {
+        each.feed->setAtRelease([&] {
             inCallback.pass();
             linger(15);
-        };
+        });
         each.installCallback([&](const LiveRig::Call&) {
             inCallback.open();
             each.detector.reset();
@@ -205,18 +206,18 @@ TEST_F(Stop, ByDestructionFromTheCallbackClosesTheBoard) {
         each.detector->GoLiveSeq(0, 3, limit);
         each.giveToCallback();
         gone.pass();
-        EXPECT_FALSE(each.pleora->isOpen());
-        EXPECT_FALSE(each.pleora->isAcquiring());
-        EXPECT_FALSE(each.pleora->pipelineStarted());
-        EXPECT_EQ(each.pleora->framesHeld(), 0);
+        EXPECT_FALSE(each.feed->isOpen());
+        EXPECT_FALSE(each.feed->isAcquiring());
+        EXPECT_EQ(each.feed->framesHeld(), 0);
     }
     EXPECT_TRUE(log.lines().empty()) << log.lines().front();
 }
 
-TEST_F(Stop, FromTheCallbackIsRefusedOnceAndTheRunGoesOn) {
+TEST_P(Stop, FromTheCallbackIsRefusedOnceAndTheRunGoesOn) {
     std::errc refusal{};
-    rig.installCallback([&](const LiveRig::Call& call) {
-        if (call.field > 2) return;
+    const int field = detector.GetFieldCount() + feed.fieldsOfFirstFrame() + 1;
+    rig.installCallback([&](const LiveRig::Call&) {
+        if (rig.count > 1) return;
         try {
             detector.GoUnLive();
         } catch (const std::system_error& error) {
@@ -225,7 +226,7 @@ TEST_F(Stop, FromTheCallbackIsRefusedOnceAndTheRunGoesOn) {
         }
     });
     detector.GoLiveSeq(0, 3, 0);
-    pleora.give(1);
+    feed.give(1);
     rig.awaitCalls(1);
     rig.awaitCallbackThreadsEnd();
     EXPECT_EQ(refusal, std::errc::resource_deadlock_would_occur);
@@ -233,23 +234,23 @@ TEST_F(Stop, FromTheCallbackIsRefusedOnceAndTheRunGoesOn) {
     ASSERT_TRUE(kept);
     EXPECT_EQ(kept->GetCode(), DerrWrapped);
     EXPECT_TRUE(detector.IsLive());
-    pleora.give(1);
+    feed.give(1);
     detector.WaitImage(-1);
-    EXPECT_EQ(detector.GetFieldCount(), 3);
+    EXPECT_EQ(detector.GetFieldCount(), field);
     EXPECT_EQ(rig.count, 1);
     detector.GoUnLive();
-    EXPECT_FALSE(pleora.isAcquiring());
+    EXPECT_FALSE(feed.isAcquiring());
     rig.expectNextRunCalls();
 }
 
-TEST_F(Stop, TwiceFromTheCallbackEndsTheRunAndTheNextWaitsForItsReturn) {
+TEST_P(Stop, TwiceFromTheCallbackEndsTheRunAndTheNextWaitsForItsReturn) {
     Checkpoint stopped;
     Gate calledAgain;
     std::atomic<bool> inFirst{false};
     std::atomic<bool> overlap{false};
-    rig.installCallback([&](const LiveRig::Call& call) {
+    rig.installCallback([&](const LiveRig::Call&) {
         if (inFirst) overlap = true;
-        if (call.field > 2) return calledAgain.open();
+        if (rig.count > 1) return calledAgain.open();
         inFirst = true;
         EXPECT_THROW(detector.GoUnLive(), std::system_error);
         EXPECT_NO_THROW(detector.GoUnLive());
@@ -257,22 +258,23 @@ TEST_F(Stop, TwiceFromTheCallbackEndsTheRunAndTheNextWaitsForItsReturn) {
         inFirst = false;
     });
     detector.GoLiveSeq(0, 3, 0);
-    pleora.give(1);
+    feed.give(1);
     stopped.await();
     EXPECT_FALSE(detector.IsLive());
-    EXPECT_FALSE(pleora.isAcquiring());
-    pleora.give(1);
+    EXPECT_FALSE(feed.isAcquiring());
     std::thread starter([&] { detector.GoLiveSeq(0, 3, 0); });
+    until([&] { return feed.isAcquiring(); });
+    feed.give(1);
     calledAgain.passBefore(platform::now() + room);
     stopped.release();
     starter.join();
     calledAgain.pass();
     EXPECT_FALSE(overlap);
-    together({[&] { detector.GoUnLive(); }, [&] { pleora.give(1); }});
+    together({[&] { detector.GoUnLive(); }, [&] { feed.give(1); }});
     rig.expectNextRunCalls();
 }
 
-TEST_F(Stop, CompletesASizeChangeThatItCutOff) {
+TEST_F(GigeStop, CompletesASizeChangeThatItCutOff) {
     Checkpoint midway;
     pleora.atCommand = [&, passed = false](const std::string& command) mutable {
         if (passed || command != "W000500514") return;  // the new binning is about to be taken up
@@ -297,7 +299,7 @@ TEST_F(Stop, CompletesASizeChangeThatItCutOff) {
     rig.expectNextRunWorks();
 }
 
-TEST_F(Stop, IsNotHeldUpByAnEndlessWaitWhichACloseEnds) {
+TEST_P(Stop, IsNotHeldUpByAnEndlessWaitWhichACloseEnds) {
     rig.installCallback();
     std::optional<QuorinException> failure;
     std::atomic<bool> ended{false};
@@ -323,7 +325,7 @@ TEST_F(Stop, IsNotHeldUpByAnEndlessWaitWhichACloseEnds) {
     EXPECT_EQ(rig.count, 0);
 }
 
-TEST_F(Stop, MeetsAFailureOfTheRun) {
+TEST_F(GigeStop, MeetsAFailureOfTheRun) {
     constexpr int rounds = 100;
     for (int round = 0; round < rounds; ++round) {
         // With a callback each stop takes the second of the callback thread's wait: no frame comes after a failure.
@@ -341,12 +343,12 @@ TEST_F(Stop, MeetsAFailureOfTheRun) {
     rig.expectNextRunCalls();
 }
 
-TEST_F(Stop, OfALimitedRunMeetsWhatChangesTheAcquisition) {
+TEST_P(Stop, OfALimitedRunMeetsWhatChangesTheAcquisition) {
     for (const bool pulses : {true, false}) {
         for (int round = 0; round < 60; ++round) {
             if (!pulses) rig.installCallback();
             detector.GoLiveSeq(0, 3, 1);
-            together({[&] { pleora.give(1); },
+            together({[&] { feed.give(1); },
                       [&] {
                           if (!pulses) until([&] { return !detector.IsLive(); });
                           linger(round);
@@ -362,27 +364,27 @@ TEST_F(Stop, OfALimitedRunMeetsWhatChangesTheAcquisition) {
     EXPECT_LE(rig.count, 60);
 }
 
-TEST_F(Stop, OfALimitedRunLosesNoCallbackOfTheRunRightAfter) {
+TEST_P(Stop, OfALimitedRunLosesNoCallbackOfTheRunRightAfter) {
     rig.installCallback();
     for (int round = 0; round < 200; ++round) {
         detector.GoLiveSeq(0, 3, 1);
-        pleora.give(1);
+        feed.give(1);
         until([&] { return !detector.IsLive(); });
         linger(round);
         const int field = detector.GetFieldCount();
         detector.GoLiveSeq(0, 3, 0);
-        pleora.give(1);
+        feed.give(1);
         until([&] { return detector.GetFieldCount() > field; });
         // The one frame of this run has to bring a call, and no other frame comes to the rescue.
-        until([&] { return !rig.calls().empty() && rig.calls().back().field == field + 2; });
-        pleora.setEndless(true);  // a stop without frames takes the second of the callback thread's wait
+        until([&] { return !rig.calls().empty() && rig.calls().back().field == field + feed.fieldsOfFirstFrame(); });
+        feed.setEndless(true);  // a stop without frames takes the second of the callback thread's wait
         detector.GoUnLive();
-        pleora.setEndless(false);
+        feed.setEndless(false);
     }
     EXPECT_NO_THROW(detector.CheckForCallbackError());
 }
 
-TEST_F(Stop, OfTheCallbackThreadByItselfMeetsTheNextStart) {
+TEST_P(Stop, OfTheCallbackThreadByItselfMeetsTheNextStart) {
     Checkpoint ending;
     class HoldUp : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
     public:
@@ -400,8 +402,10 @@ TEST_F(Stop, OfTheCallbackThreadByItselfMeetsTheNextStart) {
     getQorLogger()->set_level(spdlog::level::info);
     getQorLogger()->sinks().push_back(std::make_shared<HoldUp>(ending));
     rig.installCallback();
-    detector.GoLiveSeq(0, 3, -1);
+    detector.GoLiveSeq(0, 3, 1);
+    feed.give(1);
     ending.await();
+    const int before = rig.count;
     Gate started;
     std::thread starter([&] {
         detector.GoLiveSeq(0, 3, 0);
@@ -411,12 +415,12 @@ TEST_F(Stop, OfTheCallbackThreadByItselfMeetsTheNextStart) {
     ending.release();
     starter.join();
     rig.giveToCallback();
-    rig.awaitCalls(1);
-    together({[&] { detector.GoUnLive(); }, [&] { pleora.give(1); }});
+    rig.awaitCalls(before + 1);
+    together({[&] { detector.GoUnLive(); }, [&] { feed.give(1); }});
     getQorLogger()->sinks().pop_back();
 }
 
-TEST_F(Stop, OfALimitedRunMayBeTheNextStartFromTheCallback) {
+TEST_P(Stop, OfALimitedRunMayBeTheNextStartFromTheCallback) {
     constexpr int runs = 50;
     rig.installCallback([&](const LiveRig::Call&) {
         if (rig.count < runs) detector.GoLiveSeq(0, 3, 1);
@@ -427,24 +431,24 @@ TEST_F(Stop, OfALimitedRunMayBeTheNextStartFromTheCallback) {
         rig.awaitCalls(run);
     }
     rig.awaitEnd();
-    EXPECT_EQ(detector.GetFieldCount(), 2 * runs);
+    EXPECT_EQ(detector.GetFieldCount(), feed.fieldsOfFirstFrame() * runs);
     EXPECT_NO_THROW(detector.CheckForCallbackError());
 }
 
 namespace {
 
-class Rounds : public testing::Test {
+class Rounds : public testing::TestWithParam<DetectorInterface> {
 protected:
     const support::Watchdog watchdog{std::chrono::seconds(110)};
     const support::QuietLog quiet;
-    LiveRig rig;
+    LiveRig rig{GetParam()};
 };
 
 }  // namespace
 
-TEST_F(Rounds, TenThousandOfStartAndStop) {
+TEST_P(Rounds, TenThousandOfStartAndStop) {
     rig.installCallback([&](const LiveRig::Call&) { rig.detector->IsLive(); });
-    rig.pleora->setEndless(true);
+    rig.feed->setEndless(true);
     for (int round = 0; round < 10000; ++round) {
         rig.detector->GoLiveSeq(0, 3, round % 4);
         if (round % 8 == 0) rig.awaitCalls(rig.count + 1);
@@ -453,5 +457,8 @@ TEST_F(Rounds, TenThousandOfStartAndStop) {
     }
     EXPECT_NO_THROW(rig.detector->CheckForCallbackError());
     EXPECT_NO_THROW(rig.detector->CheckForLiveError());
-    EXPECT_EQ(rig.pleora->framesHeld(), 0);
+    EXPECT_EQ(rig.feed->framesHeld(), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(On, Rounds, support::onBothTransports, support::transportName);
+INSTANTIATE_TEST_SUITE_P(On, Stop, support::onBothTransports, support::transportName);
