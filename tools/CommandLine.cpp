@@ -75,7 +75,9 @@ void CommandLine::addPreparation(CLI::App& command, bool withPulses) {
         ->allow_extra_args(false);
     command.add_option("--roi", region, "Set the region of interest after that and turn it on")->type_name("W,H[,ROW]");
     if (!withPulses) return;
-    command.add_option("--pulse", pulseHz, "Let the pulse generator run, up to 500")->type_name("HZ")->expected(1);
+    command.add_option("--pulse", pulseHz, "Let the pulse generator run, up to 500, below it on Camera Link")
+        ->type_name("HZ")
+        ->expected(1);
 }
 
 void CommandLine::addExposure(CLI::App& command) {
@@ -189,7 +191,7 @@ void CommandLine::addPulses() {
                           [this, action](const Streams& streams) { return doPulse(streams, action); });
     };
     const auto addFrequency = [this](CLI::App& command) {
-        command.add_option("HZ", frequencyHz, "The frequency, up to 500")->required();
+        command.add_option("HZ", frequencyHz, "The frequency, up to 500, below it on Camera Link")->required();
     };
     addFrequency(*add("on", "Set it up and let it pulse", PulseAction::On));
     add("off", "Take it out of the trigger's way", PulseAction::Off);

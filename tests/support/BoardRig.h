@@ -84,7 +84,7 @@ public:
                 arguments.push_back(call.substr(function.size() + 4, call.size() - function.size() - 5));
         return arguments;
     }
-    /// The serial commands and the grabber's calls of these names, in order.
+    /// The serial commands that were answered.
     std::vector<std::string> serialCommands() const {
         std::vector<std::string> commands;
         for (const std::string& line : log.linesFrom("debug|SERIAL: ")) {
