@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "InternalUtils/Failure.h"
+#include "detector/attempt.h"
 #include "logging.h"
 
 CallTrace::CallTrace(const char* methodName, const std::string& arguments) : name(methodName) {
@@ -55,18 +56,21 @@ void leaveWithException(const MethodName& method) {
     const auto wrapped = [&](const std::string& message) {
         return QuorinException(message.c_str(), DerrWrapped, method.line, baseName(method.file), method.name, 0, "");
     };
-    try {
+    const auto replacement = [&]() -> QuorinException {
         try {
             throw;
         } catch (const QuorinException& caught) {
-            throw QuorinException(caught, method.name);
+            return {caught, method.name};
         } catch (const std::exception& caught) {
             std::ostringstream message;
             message << "Caught a std::exception: " << caught.what();
-            throw wrapped(message.str());
+            return wrapped(message.str());
         } catch (...) {
-            throw wrapped("Caught an unknown exception.");
+            return wrapped("Caught an unknown exception.");
         }
+    };
+    try {
+        throw madeOrOutOfMemory(replacement);
     } catch (const QuorinException& leaving) {
         getQorLogger()->error("EXCEPTION: {}", leaving.what());
         throw;

@@ -61,6 +61,8 @@ protected:
     std::atomic<bool> buffersFixed{false};
     std::atomic<std::int32_t> pulseDivider{0};  ///< exposure pixel clock divide N of the pulse generator, 0 to 7
 
+    std::atomic<bool> replyLeft{false};  ///< a read of the serial line failed
+
     /// A change of size began and the grabber has not been set to its end: what comes may have another size.
     std::atomic<bool> sizeChangeOpen{false};
 
@@ -79,6 +81,7 @@ private:
     void loadFormat(const VideoFormat& format, const char* function);
     void reconfigureFG();
     void catchUpOnImageSize();
+    void dropReplyLeft();
     template <class RunStep>
     void tearDown(RunStep&& runStep) REQUIRES(acquisitionLock);
     std::int64_t frameBytes();

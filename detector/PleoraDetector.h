@@ -96,6 +96,11 @@ protected:
     std::uint64_t ringGeneration GUARDED_BY(ringGate) = 0;
     std::int64_t frameSize GUARDED_BY(ringGate) = 0;  ///< bytes of the frame that the core asked the device for
     std::atomic<std::uint64_t> staleFrames{0};
+    static constexpr std::uint64_t notWaiting = ~std::uint64_t{0};
+    std::atomic<std::uint64_t> awaitedGeneration{notWaiting};  ///< of the frame that the live thread waits for
+
+    std::atomic<bool> frameHeld{false};        ///< a frame was taken from the pipeline and not given back
+    std::atomic<bool> pipelineStopped{false};  ///< by a change of size, which has not started it again
 
     /// A change of size began and its update has not run: the device may still have the old size.
     std::atomic<bool> sizeChangeOpen{false};
@@ -106,6 +111,7 @@ private:
     void StartAcq();
     void StopAcq();
     std::uint32_t LiveThread(int start, int stop, int limit);
+    /// Takes the next frame of a live run into the ring; false if there was none to keep.
     bool takeLiveFrame(int start, int stop);
     void rollBackLive() REQUIRES(acquisitionLock);
     void joinLiveThread() REQUIRES(acquisitionLock);
@@ -118,15 +124,25 @@ private:
 
     void bringUp();
     void buildRing(std::int64_t blockBytes);
+    /// The size of a ring block for a payload, in bytes; one that is refused if there can be no such block.
+    static std::int32_t blockBytesFor(std::int64_t payload);
     void releaseConnection();
+    void disableGeneratorOrLetItGo();
     void releaseLeftovers();
     void setEnum(Test test, const char* feature, const char* value, const char* message, const char* function);
     std::int64_t readFeature(const char* feature, const char* message, const char* function);
     std::uint64_t currentGeneration();
+    void letLiveThreadSeeNewSize(std::uint64_t generation);
+    /// Gives the frame back that was taken from the pipeline.
+    PvResult releaseFrame();
+    /// The same for one that a failure has left, or the pipeline would run out of buffers one by one.
+    void giveBackHeldFrame();
+    void startPipelineAgain();
     /// Takes the next frame of a `Snap` into the ring; false for a frame of an earlier generation.
     bool retrieveInto(int buffer, int timeoutMs);
     bool copyIntoRing(int buffer, const std::uint8_t* source, std::uint64_t generation);
     void* ringBlock(int buffer, std::int64_t bytes) REQUIRES_SHARED(ringGate);
 
+    std::atomic<bool> tornDown{false};   ///< by a close whose very last step failed: its repetition finds nothing left
     std::atomic<bool> broughtUp{false};  ///< eBUS objects may exist: an `OpenBrd` has begun
 };

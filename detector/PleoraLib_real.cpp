@@ -15,6 +15,7 @@
 #include <type_traits>
 
 #include "InternalUtils/Failure.h"
+#include "detector/attempt.h"
 #include "detector/seams.h"
 #include "logging.h"
 
@@ -22,6 +23,10 @@ namespace {
 
 std::string text(const PvString& value) {
     return fmt::format("{}", value.GetAscii());
+}
+
+std::string text(const PvResult& result) {
+    return FormatPvResult(result);
 }
 
 template <class T>
@@ -37,20 +42,23 @@ std::string text(const T& value) {
 /// The line of a call: call text and arguments.
 template <class... Arguments>
 void traceCall(const char* callText, const Arguments&... arguments) {
-    std::string list;
-    ((list += (list.empty() ? "" : ", ") + text(arguments)), ...);
-    getQorLogger()->info("PLEORA: {}", fmt::format("{}({})", callText, list));
+    logIfThereIsMemory([&] {
+        std::string list;
+        ((list += (list.empty() ? "" : ", ") + text(arguments)), ...);
+        getQorLogger()->info("PLEORA: {}", fmt::format("{}({})", callText, list));
+    });
 }
 
-void traceReturned(const char* callText, const std::string& value) {
-    getQorLogger()->info("PLEORA: {} returned {}", callText, value);
+template <class T>
+void traceReturned(const char* callText, const T& value) {
+    logIfThereIsMemory([&] { getQorLogger()->info("PLEORA: {} returned {}", callText, text(value)); });
 }
 
 /// Serial traffic is traced only where it fails.
 template <class Call>
 PvResult quietly(const char* callText, Call&& call) {
     PvResult result = call();
-    if (!result.IsOK()) traceReturned(callText, FormatPvResult(result));
+    if (!result.IsOK()) traceReturned(callText, result);
     return result;
 }
 
@@ -64,7 +72,7 @@ template <class Call>
 auto tracedValue(const char* callText, Call&& call) {
     traceCall(callText);
     auto value = call();
-    traceReturned(callText, text(value));
+    traceReturned(callText, value);
     return value;
 }
 

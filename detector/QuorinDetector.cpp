@@ -1,5 +1,7 @@
 #include "QuorinDetector.h"
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -8,8 +10,13 @@
 #include "detector/CallTrace.h"
 #include "detector/EpixDetector.h"
 #include "detector/PleoraDetector.h"
+#include "detector/baseDetector/serialProtocol.h"
 
 namespace {
+
+// What is longer is refused: the trace reads no further than the core does.
+constexpr std::size_t mostPreProgrammedTimes = 4;
+constexpr std::size_t mostCommandCharacters = serial::commandSize;
 
 [[noreturn]] void refuseTransport(int line = __builtin_LINE()) {
     fail("Unsupported transport type", DerrBadRequest, "QuorinDetector::QuorinDetector", 0, "", line, __FILE__);
@@ -292,7 +299,11 @@ void QuorinDetector::WriteRegister(int reg, int value, int sensor) {
 }
 
 void QuorinDetector::SendCommand(const char* command, char* reply) {
-    callFrame("QuorinDetector::SendCommand", traced(command, reply), [&](CallTrace& call) {
+    const auto arguments = [&] {
+        return command == nullptr ? trace::list(command, reply)
+                                  : trace::list(std::string(command, strnlen(command, mostCommandCharacters)), reply);
+    };
+    callFrame("QuorinDetector::SendCommand", arguments, [&](CallTrace& call) {
         detector().SendCommand(command, reply);
         call.setResult(trace::text(static_cast<const char*>(reply)));
     });
@@ -495,7 +506,7 @@ void QuorinDetector::ToggleGenerator(bool on) {
 
 void QuorinDetector::SetPreProgrammedExposureTimes(const float* timesMs, std::size_t count) {
     callFrame("QuorinDetector::SetPreProgrammedExposureTimes",
-              traced(trace::Floats{timesMs, timesMs == nullptr ? 0 : count}, count),
+              traced(trace::Floats{timesMs, timesMs == nullptr ? 0 : std::min(count, mostPreProgrammedTimes)}, count),
               [&] { detector().SetPreProgrammedExposureTimes(timesMs, count); });
 }
 

@@ -123,8 +123,9 @@ public:
     /// @{
 
     /// Sets the binning (registers 10, 9, 3, 1, then 514 to register 5) and re-applies the exposure time; one that was
-    /// at the readout time goes to the new minimum. Fails with code 4 before anything is written if no readout time is
-    /// known for the mode; a live run stays paused then until it is stopped or a size is set.
+    /// at the readout time goes to the new minimum. Fails with code 4 if no readout time is known for the mode: before
+    /// anything is written, but behind the registers where there is a measured timing table (model 6213 on Camera Link,
+    /// firmware 11138). A live run on GigE stays paused then until it is stopped or a size is set.
     void SetBinningMode(bins binning);
     bins GetBinningMode() const;  ///< registers 10, 9, 1 and 3
     /// Register 0, bits 3, 4, 12, 13. Re-applies the exposure time.

@@ -6,6 +6,17 @@
 
 #include "logging.h"
 
+namespace {
+
+const QuorinException madeInTime("Caught a std::exception: std::bad_alloc", DerrWrapped, __LINE__, "attempt.cpp",
+                                 "outOfMemory", 0, "");
+
+}  // namespace
+
+const QuorinException& outOfMemory() noexcept {
+    return madeInTime;
+}
+
 void logSwallowed(const char* where) {
     try {
         throw;

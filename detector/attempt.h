@@ -1,6 +1,9 @@
 #pragma once
 
+#include <new>
 #include <utility>
+
+#include "QuorinException.h"
 
 /// Logs the exception in flight as one that is not let out of `where`. Call it in a catch clause.
 void logSwallowed(const char* where);
@@ -12,5 +15,29 @@ void attempt(const char* where, Step&& step) {
         std::forward<Step>(step)();
     } catch (...) {
         logSwallowed(where);
+    }
+}
+
+/// Runs what writes a line of the log. One that there is no memory for is left out: no call fails, or counts as not
+/// made, for its trace.
+template <class Write>
+void logIfThereIsMemory(Write&& write) {
+    try {
+        std::forward<Write>(write)();
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+}
+
+/// What is told of a failure when there is no memory to tell what it was. Made when the library is loaded.
+const QuorinException& outOfMemory() noexcept;
+
+/// The exception that `make` makes, or `outOfMemory`: for the last handler that an exception comes to.
+template <class Make>
+QuorinException madeOrOutOfMemory(Make&& make) {
+    try {
+        return std::forward<Make>(make)();
+    } catch (const std::bad_alloc&) {
+        return outOfMemory();
     }
 }

@@ -4,6 +4,7 @@
 #include <xcliball.h>
 
 #include "detector/CallTrace.h"
+#include "detector/attempt.h"
 #include "detector/seams.h"
 #include "logging.h"
 
@@ -11,12 +12,13 @@ namespace {
 
 template <class... Arguments>
 void traceCall(const char* name, const Arguments&... arguments) {
-    getQorLogger()->info("EPIX: {}", fmt::format("{}({})", name, trace::list(arguments...)));
+    logIfThereIsMemory(
+        [&] { getQorLogger()->info("EPIX: {}", fmt::format("{}({})", name, trace::list(arguments...))); });
 }
 
 template <class Result>
 Result traceResult(const char* name, const Result& result) {
-    getQorLogger()->info("EPIX: {} returned {}", name, trace::text(result));
+    logIfThereIsMemory([&] { getQorLogger()->info("EPIX: {} returned {}", name, trace::text(result)); });
     return result;
 }
 

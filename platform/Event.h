@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/export.h"
@@ -33,5 +34,8 @@ QRAPI_EXPORT std::uint32_t waitForEvent(void* event, std::uint32_t timeoutMs);
 
 /// Closes the event and ends the waits on it. Non-zero if it was open.
 QRAPI_EXPORT int closeEvent(void* event);
+
+/// How many events are open in this process.
+QRAPI_EXPORT std::size_t openEventCount();
 
 }  // namespace platform

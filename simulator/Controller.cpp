@@ -22,7 +22,6 @@ constexpr std::string_view powerOffCommand = "WP0";
 constexpr std::string_view interfaceOnCommand = "WC1";
 constexpr std::string_view interfaceOffCommand = "WC0";
 constexpr std::string_view replyVersion = "SV1";
-constexpr double kestraneMinimumWindowMs = 0.5;
 
 Reply silence() {
     Reply reply;
@@ -41,7 +40,8 @@ Controller::Controller(const Profile& profileToHold, std::shared_ptr<Faults> fau
       faults(std::move(faultsToAsk)),
       bank(profileToHold),
       timingMovedAt(platform::now()),
-      minimumWindowMs(profileToHold.isKestrane() ? kestraneMinimumWindowMs : 0),
+      minimumWindowMs(
+          firmwareMinimumWindowMs(profileToHold.model, profileToHold.firmwareVersion, profileToHold.isKestrane())),
       flash(profileToHold.sensorCount()) {}
 
 Reply Controller::execute(std::string_view text) {

@@ -115,8 +115,9 @@ public:
 
     /// @name Settable behaviour, with the start values
     /// @{
-    void setMinimumWindowMs(
-        double window);  ///< the firmware's clamp of the exposure window; 0.5 on Kestrane electronics, else 0
+    /// The firmware's clamp of the exposure window; 0.5 on Kestrane electronics but those of model 6213 with firmware
+    /// 11138, else 0.
+    void setMinimumWindowMs(double window);
     void setReadoutTimeSettleMs(double time);  ///< how long register 410 reads 0 after a change; 20
     void setFlashBusyMs(double time);          ///< how long register 418 shows busy after a flash write; 30
     void setBootTimeMs(double time);           ///< silence on the line after power-on; 1000

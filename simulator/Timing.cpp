@@ -83,10 +83,13 @@ bool isSlowed(const ReadoutConditions& conditions) {
     });
 }
 
+bool isMeasuredKestrane(int model, int firmwareVersion) {
+    return model == measuredKestraneModel && firmwareVersion == measuredKestraneFirmware;
+}
+
 std::optional<double> measuredMs(const ReadoutConditions& conditions) {
     if (conditions.kestrane) {
-        if (conditions.model != measuredKestraneModel || conditions.firmwareVersion != measuredKestraneFirmware)
-            return std::nullopt;
+        if (!isMeasuredKestrane(conditions.model, conditions.firmwareVersion)) return std::nullopt;
         for (const MeasuredKestraneReadout& row : measuredKestrane)
             if (row.legacyTiming == conditions.legacyTiming && row.binning == conditions.binning) return row.ms;
         return std::nullopt;
@@ -125,6 +128,12 @@ constexpr double windowTicksPerMs = 100.0;
 
 double readoutTimeMs(const ReadoutConditions& conditions) {
     return measuredMs(conditions).value_or(estimatedMs(conditions));
+}
+
+double firmwareMinimumWindowMs(int model, int firmwareVersion, bool kestrane) {
+    constexpr double kestraneMs = 0.5;
+    // What was measured holds exposures that are no longer than the readout.
+    return kestrane && !isMeasuredKestrane(model, firmwareVersion) ? kestraneMs : 0.0;
 }
 
 std::uint16_t readoutTimeCount(double readoutTimeMs) {

@@ -24,6 +24,9 @@ double readoutTimeMs(const ReadoutConditions& conditions);
 /// The content of the readout-time register, a count of 0.002 ms that is never 0.
 std::uint16_t readoutTimeCount(double readoutTimeMs);
 
+/// The shortest exposure window that the firmware takes, in ms, until a test sets another.
+double firmwareMinimumWindowMs(int model, int firmwareVersion, bool kestrane);
+
 /// Milliseconds as the clock counts them.
 platform::Time durationOf(double ms);
 

@@ -97,6 +97,7 @@ void EpixDetector::OpenBrd(char* text) {
 void EpixDetector::connect(const char* text) {
     constexpr const char* here = "EpixDetector::OpenBrd";
     const VideoFormat format(VideoFormat::Variant::Standard);
+    if (xcState == nullptr) xcState = xclibLib->XCLIBinstantiate();  // the constructor got none
     expectZero(xclibLib->PIXCIopen(xcState, text, "", ""), "Problem Opening Connection to Detector!", here,
                DerrGrabberSetup);
     connected = true;
@@ -191,12 +192,25 @@ void EpixDetector::SerialConfigure(double baud, int dataBits, int parity, int st
 
 int EpixDetector::SerialRead(char* buffer, int capacity) {
     CheckConnected();
-    return expectCount(xclibLib->serialRead(xcState, unitMap, serialPort, buffer, capacity),
-                       "Problem performing serial read!", "EpixDetector::SerialRead");
+    replyLeft = true;
+    const int count = expectCount(xclibLib->serialRead(xcState, unitMap, serialPort, buffer, capacity),
+                                  "Problem performing serial read!", "EpixDetector::SerialRead");
+    replyLeft = false;
+    return count;
+}
+
+/// A read that failed may have left the reply on the line: the next command must not take it for its own.
+void EpixDetector::dropReplyLeft() {
+    constexpr int longestReply = 100;
+    if (!replyLeft.exchange(false)) return;
+    std::array<char, longestReply> dropped{};
+    while (xclibLib->serialRead(xcState, unitMap, serialPort, dropped.data(), longestReply) == longestReply) {
+    }
 }
 
 int EpixDetector::SerialWrite(char* buffer, int size) {
     CheckConnected();
+    dropReplyLeft();
     return expectCount(xclibLib->serialWrite(xcState, unitMap, serialPort, buffer, size),
                        "Problem performing serial write!", "EpixDetector::SerialWrite");
 }

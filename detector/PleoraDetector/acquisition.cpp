@@ -7,6 +7,7 @@
 
 #include "InternalUtils/Failure.h"
 #include "detector/PleoraDetector.h"
+#include "detector/attempt.h"
 #include "logging.h"
 #include "platform/Clock.h"
 #include "platform/Event.h"
@@ -63,20 +64,31 @@ bool PleoraDetector::copyIntoRing(int buffer, const std::uint8_t* source, std::u
     return true;
 }
 
+PvResult PleoraDetector::releaseFrame() {
+    PvBuffer* const buffer = pleoraLib->Buffer_GetBuffer();
+    frameHeld = false;
+    return pleoraLib->Pipeline_ReleaseBuffer(buffer);
+}
+
+void PleoraDetector::giveBackHeldFrame() {
+    if (frameHeld) attempt("while a frame was given back", [this] { releaseFrame(); });
+}
+
 bool PleoraDetector::retrieveInto(int buffer, int timeoutMs) {
     constexpr const char* here = "PleoraDetector::Snap";
+    giveBackHeldFrame();
     const std::uint64_t generation = currentGeneration();
     expect(Test::IsOK,
            pleoraLib->Pipeline_RetrieveNextBuffer(pleoraLib->Buffer_GetBufferPtr(), &operationResult, timeoutMs),
            snapProblem, here, DerrAcquisition);
-    if (!operationResult.IsOK()) {
-        pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer());
-        expect(Test::IsOK, operationResult, snapProblem, here, DerrAcquisition);
-    }
+    frameHeld = true;
+    if (!operationResult.IsOK()) giveBackHeldFrame();
+    expect(Test::IsOK, operationResult, snapProblem, here, DerrAcquisition);
     getQorLogger()->info("Acquired frame, copying to local buffer {}", buffer);
-    const bool copied = copyIntoRing(buffer, pleoraLib->Buffer_GetImagePointer(), generation);
-    expect(Test::NotFailure, pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer()), releaseProblem, here,
-           DerrAcquisition);
+    const std::uint8_t* const pixels = pleoraLib->Buffer_GetImagePointer();
+    if (pixels == nullptr) fail(snapProblem, DerrAcquisition, here);
+    const bool copied = copyIntoRing(buffer, pixels, generation);
+    expect(Test::NotFailure, releaseFrame(), releaseProblem, here, DerrAcquisition);
     return copied;
 }
 

@@ -99,7 +99,7 @@ void PleoraDetector::buildRing(std::int64_t blockBytes) {
     payloadSize = 0;  // nothing may be copied until the sizes are known
     frameSize = 0;
     frameBuffers.reset();
-    frameBuffers = std::make_shared<RAIIBuffer>(numBuffers, static_cast<std::int32_t>(blockBytes));
+    frameBuffers = std::make_shared<RAIIBuffer>(numBuffers, blockBytesFor(blockBytes));
 }
 
 void PleoraDetector::releaseConnection() {
@@ -109,14 +109,15 @@ void PleoraDetector::releaseConnection() {
         pleoraLib->Stream_Close();
         pleoraLib->Dev_Disconnect();
     });
-    pleoraLib->deinit();
     commsOpen = false;
+    pipelineStopped = frameHeld = false;  // gone with the eBUS objects
+    pleoraLib->deinit();
 }
 
 void PleoraDetector::releaseLeftovers() {
     if (connected) return;
-    if (broughtUp.exchange(false)) releaseConnection();
     if (handleOpen.exchange(false)) platform::closeEvent(frameCapturedEvent);
+    if (broughtUp.exchange(false)) releaseConnection();
 }
 
 void* PleoraDetector::CreateDetectorHandle() {
@@ -147,15 +148,30 @@ void PleoraDetector::CloseBrd() {
     if (IsLive()) GoUnLive();
     joinLiveThread();
     StopCallbackThread();  // one that ended by itself may still be in its last callback
-    if (pulseGeneratorEnabled) DisablePulseGenerator();
-    if (pleoraLib->IP_IsOpened()) closed(pleoraLib->IP_Close());
-    if (pleoraLib->Pipeline_IsStarted()) closed(pleoraLib->Pipeline_Stop());
-    if (pleoraLib->Stream_IsOpen()) closed(pleoraLib->Stream_Close());
-    if (pleoraLib->Dev_IsConnected()) closed(pleoraLib->Dev_Disconnect());
+    if (!tornDown) {
+        disableGeneratorOrLetItGo();
+        if (pleoraLib->IP_IsOpened()) closed(pleoraLib->IP_Close());
+        if (pleoraLib->Pipeline_IsStarted()) closed(pleoraLib->Pipeline_Stop());
+        if (pleoraLib->Stream_IsOpen()) closed(pleoraLib->Stream_Close());
+        if (pleoraLib->Dev_IsConnected()) closed(pleoraLib->Dev_Disconnect());
+    }
     commsOpen = false;
     if (handleOpen) CloseDetectorHandle();
-    pleoraLib->deinit();
-    broughtUp = false;
+    pipelineStopped = frameHeld = false;  // gone with the eBUS objects
+    if (!tornDown.exchange(true)) pleoraLib->deinit();
+    tornDown = broughtUp = false;
+}
+
+/// A device that is gone can't be told, and must not keep the board from being closed; the next open wires it anew.
+void PleoraDetector::disableGeneratorOrLetItGo() {
+    if (!pulseGeneratorEnabled) return;
+    try {
+        DisablePulseGenerator();
+    } catch (const QuorinException&) {
+        if (pleoraLib->Dev_IsConnected()) throw;
+        softwareTriggerEnabled = true;
+        pulseGeneratorEnabled = false;
+    }
 }
 
 void PleoraDetector::SetPersistentIPAddress(int first, int second, int third, int fourth) {

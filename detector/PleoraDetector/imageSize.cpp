@@ -1,5 +1,10 @@
+#include <algorithm>
+#include <chrono>
+#include <limits>
+
 #include "InternalUtils/Failure.h"
 #include "detector/PleoraDetector.h"
+#include "platform/Clock.h"
 
 namespace {
 
@@ -9,6 +14,13 @@ constexpr const char* sizeProblem = "Failed to configure Pleora interface: Probl
 }  // namespace
 
 const std::int32_t PleoraDetector::MAX_DATA_RATE;
+
+std::int32_t PleoraDetector::blockBytesFor(std::int64_t payload) {
+    constexpr std::int32_t refused = -1;  // what no block can have is short of memory, and is told as that
+    return payload > std::numeric_limits<std::int32_t>::max()
+               ? refused
+               : static_cast<std::int32_t>(std::max<std::int64_t>(payload, refused));
+}
 
 std::int64_t PleoraDetector::readFeature(const char* feature, const char* message, const char* function) {
     std::int64_t value = 0;
@@ -20,8 +32,10 @@ void PleoraDetector::updateImageParams() {
     constexpr const char* here = "PleoraDetector::updateImageParams";
     const StoppableGuard lock(acquisitionLock);
     if (IsLive()) StopAcq();
-    const bool wasStarted = pleoraLib->Pipeline_IsStarted();
-    if (wasStarted) pleoraLib->Pipeline_Stop();
+    if (pleoraLib->Pipeline_IsStarted()) {
+        pipelineStopped = true;
+        pleoraLib->Pipeline_Stop();
+    }
 
     const int askedWidth = GetBufferXdim();
     expect(Test::NotFailure, pleoraLib->Dev_SetIntegerValue("Width", askedWidth), sizeProblem, here);
@@ -31,18 +45,29 @@ void PleoraDetector::updateImageParams() {
     const std::int64_t width = readFeature("Width", sizeProblem, here);
     const std::int64_t height = readFeature("Height", sizeProblem, here);
     const std::int64_t payload = readFeature("PayloadSize", sizeProblem, here);
+    std::uint64_t generation = 0;
     {
         const platform::ExclusiveLock gate(ringGate);
-        ++ringGeneration;
+        generation = ++ringGeneration;
         imageWidth = width;
         imageHeight = height;
         payloadSize = payload;
         frameSize = static_cast<std::int64_t>(askedWidth) * askedHeight * bytesPerPixel;
-        frameBuffers->ReAlloc(static_cast<std::int32_t>(payload));
+        frameBuffers->ReAlloc(blockBytesFor(payload));
     }
     pleoraLib->Pipeline_SetBufferSize(static_cast<std::uint32_t>(payload));
+    letLiveThreadSeeNewSize(generation);
     if (IsLive()) StartAcq();
-    if (wasStarted) pleoraLib->Pipeline_Start();
+    if (pipelineStopped && pleoraLib->Pipeline_Start().IsOK()) pipelineStopped = false;
+}
+
+/// The live thread can't tell of which size a frame is that comes while it waits since before the change, and drops it:
+/// so none may come until it has begun a new wait.
+void PleoraDetector::letLiveThreadSeeNewSize(std::uint64_t generation) {
+    constexpr std::chrono::milliseconds pause{1};
+    constexpr std::chrono::milliseconds patience{1000};  // ten times what one wait of the live thread takes
+    const platform::Time deadline = platform::now() + patience;
+    while (awaitedGeneration < generation && platform::now() < deadline) platform::sleepFor(pause);
 }
 
 void PleoraDetector::PrepareInterfaceForImageSizeChange() {
@@ -60,6 +85,16 @@ void PleoraDetector::UpdateInterfaceImageSize() {
 
 void PleoraDetector::catchUpOnImageSize() {
     if (sizeChangeOpen) UpdateInterfaceImageSize();
+    startPipelineAgain();
+}
+
+/// A start that failed behind a change of size was not reported there: no frame would come, and nobody be told.
+void PleoraDetector::startPipelineAgain() {
+    if (!pipelineStopped) return;
+    if (!pleoraLib->Pipeline_IsStarted())
+        expect(Test::IsOK, pleoraLib->Pipeline_Start(), "Problem starting pipeline!",
+               "PleoraDetector::startPipelineAgain");
+    pipelineStopped = false;
 }
 
 int PleoraDetector::bufferXdim() {

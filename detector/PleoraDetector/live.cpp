@@ -98,8 +98,8 @@ std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
             if (held) lock.unlock();
         }
     } acquisition(acquisitionLock);
-    const auto keep = [&](const std::string& text) {
-        liveError = QuorinException(text.c_str(), DerrTransport, __LINE__, baseName(__FILE__), here, 0, "");
+    const auto told = [&](const std::string& text, const char* reason) {
+        return QuorinException((text + reason).c_str(), DerrTransport, __LINE__, baseName(__FILE__), here, 0, "");
     };
     try {
         capturedBuffer = stop;
@@ -123,8 +123,7 @@ std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
             getQorLogger()->debug("FRAME_EVENT: Signal frame captured event");
             platform::signalEvent(frameCapturedEvent);
             if (limit != 0) ++taken;
-            check(Test::NotFailure, pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer()),
-                  "Problem releasing detector buffers!", here);
+            check(Test::NotFailure, releaseFrame(), "Problem releasing detector buffers!", here);
         }
         acquisition.takeUnless(stopping);
         StopAcq();
@@ -132,33 +131,43 @@ std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
     } catch (const QuorinException& failure) {
         liveError = failure;
     } catch (const std::exception& failure) {
-        keep(std::string("An error occured in the Live thread: ") + failure.what());
+        liveError = madeOrOutOfMemory([&] { return told("An error occured in the Live thread: ", failure.what()); });
     } catch (...) {
-        keep("An unknown error occured in the Live thread.");
+        liveError = madeOrOutOfMemory([&] { return told("An unknown error occured in the Live thread.", ""); });
     }
     return 0;
 }
 
 bool PleoraDetector::takeLiveFrame(int start, int stop) {
     constexpr const char* here = "PleoraDetector::LiveThread";
-    const std::uint64_t generation = currentGeneration();
+    giveBackHeldFrame();
+    struct Waiting {
+        std::atomic<std::uint64_t>& awaited;
+        ~Waiting() { awaited = notWaiting; }
+    } const waiting{awaitedGeneration};
+    std::uint64_t generation = 0;
+    {
+        const platform::SharedLock gate(ringGate);
+        awaitedGeneration = generation = ringGeneration;
+    }
     PvResult frameResult;
     const PvResult retrieved =
         pleoraLib->Pipeline_RetrieveNextBuffer(pleoraLib->Buffer_GetBufferPtr(), &frameResult, retrieveTimeoutMs);
     if (!retrieved.IsOK() && retrieved.GetCode() == noFrameCode) return false;
     check(Test::IsOK, retrieved, liveProblem, here);
-    if (!frameResult.IsOK()) {
-        pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer());
-        check(Test::IsOK, frameResult, liveProblem, here);
-    }
+    frameHeld = true;
+    if (!frameResult.IsOK()) giveBackHeldFrame();
+    check(Test::IsOK, frameResult, liveProblem, here);
+    const std::uint8_t* const pixels = pleoraLib->Buffer_GetImagePointer();
+    if (pixels == nullptr) fail(liveProblem, DerrTransport, here);
     const int previous = capturedBuffer;
     const int next = previous >= stop ? start : previous + 1;
     capturedBuffer = next;
-    if (!copyIntoRing(next, pleoraLib->Buffer_GetImagePointer(), generation)) {
+    if (!copyIntoRing(next, pixels, generation)) {
         // From before a change of size: nothing can be done with it but to give it back.
         ++staleFrames;
         capturedBuffer = previous;
-        pleoraLib->Pipeline_ReleaseBuffer(pleoraLib->Buffer_GetBuffer());
+        giveBackHeldFrame();
         return false;
     }
     return true;

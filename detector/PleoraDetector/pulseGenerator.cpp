@@ -71,7 +71,8 @@ void PleoraDetector::configurePGFrequency(float frequencyHz) {
     const PvResult read = pleoraLib->Dev_GetFloatValue("TimerFrequency", reported);
     expect(Test::IsOK, read, message, here);
     const auto asked = static_cast<double>(frequencyHz);
-    if (std::fabs(asked - reported) / asked > frequencyTolerance) failWith(read, message, here);
+    // Written so that a device that reports no number fails as well.
+    if (!(std::fabs(asked - reported) / asked <= frequencyTolerance)) failWith(read, message, here);
 }
 
 void PleoraDetector::DisablePulseGenerator() {

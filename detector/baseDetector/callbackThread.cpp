@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "InternalUtils/Failure.h"
+#include "detector/attempt.h"
 #include "detector/baseDetector.h"
 #include "logging.h"
 #include "platform/Clock.h"
@@ -124,7 +125,8 @@ std::uint32_t baseDetector::CallbackCounterThread(CallbackLoop& loop) {
     constexpr const char* here = "baseDetector::CallbackCounterThread";
     constexpr const char* waitName = "baseDetector::WaitImage";
     const auto keep = [this](const char* text) {
-        callbackError = QuorinException(text, DerrWrapped, __LINE__, baseName(__FILE__), here, 0, "");
+        callbackError = madeOrOutOfMemory(
+            [&] { return QuorinException(text, DerrWrapped, __LINE__, baseName(__FILE__), here, 0, ""); });
     };
     while (loop.running) {
         try {
@@ -135,7 +137,7 @@ std::uint32_t baseDetector::CallbackCounterThread(CallbackLoop& loop) {
                                  failure.GetTransportError() == static_cast<int>(platform::waitTimedOut);
             if (noFrame) continue;
             getQorLogger()->info("CALLBACK: Exception {}", failure.what());
-            callbackError = QuorinException(failure, failure.GetFunctionName());
+            callbackError = madeOrOutOfMemory([&] { return QuorinException(failure, failure.GetFunctionName()); });
         } catch (const std::exception& failure) {
             if (loop.abandoned) return 0;
             getQorLogger()->info("CALLBACK: EXCEPTION: {}", failure.what());

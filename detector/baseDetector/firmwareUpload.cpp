@@ -23,12 +23,20 @@ namespace {
 
 constexpr const char* here = "baseDetector::UploadFirmware";
 constexpr int highestSensor = 9;
+constexpr std::size_t largestImage = highestFirmwareBlockCount * firmwareBlockSize;
+constexpr std::size_t longestFile = 16 * largestImage;  // of erased flash behind the image: a device has no end
 constexpr int erasePolls = 60;
 constexpr std::chrono::milliseconds erasePause{1000};
 constexpr std::chrono::milliseconds writePause{5000};
 constexpr const char* refusedReply = "E";
 constexpr const char* diagnosticFile = "C:/tmp/flashcmd.txt";
 
+[[noreturn]] void refuseLargeImage(int line = __builtin_LINE()) {
+    fail("The firmware image is too large: at most 16384 blocks of 1024 bytes can be addressed!", DerrBadRequest, here,
+         0, "", line, __FILE__);
+}
+
+/// The file, without what lies behind the largest image: refused unless it is erased flash.
 std::vector<std::uint8_t> readImage(const char* fileName) {
     const auto refuse = [](int error) {
         fail("Failed to open file.", DerrBadRequest, here, error, platform::systemErrorText(error).c_str());
@@ -43,8 +51,17 @@ std::vector<std::uint8_t> readImage(const char* fileName) {
     std::vector<std::uint8_t> image;
     std::array<std::uint8_t, 65536> chunk{};
     std::size_t count = 0;
-    while ((count = std::fread(chunk.data(), 1, chunk.size(), file.get())) > 0)
+    std::size_t passed = 0;
+    while ((count = std::fread(chunk.data(), 1, chunk.size(), file.get())) > 0) {
         image.insert(image.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(count));
+        passed += count;
+        if (image.size() <= largestImage) continue;
+        const auto behind = image.begin() + static_cast<std::ptrdiff_t>(largestImage);
+        if (CountFirmwareBlocks({behind, image.end()}) > 0 || passed > longestFile) refuseLargeImage();
+        // Erased flash behind the end need not be kept, but for the beginning of a block.
+        const std::ptrdiff_t rest = (image.end() - behind) % static_cast<std::ptrdiff_t>(firmwareBlockSize);
+        image.erase(behind, image.end() - rest);
+    }
     if (std::ferror(file.get()) != 0) refuse(errno);  // a directory opens, but doesn't read
     return image;
 }
@@ -72,9 +89,6 @@ void baseDetector::UploadFirmware(const char* fileName, int sensor, bool verbose
     const std::int64_t start = platform::tickCountMs();
     std::vector<std::uint8_t> image = readImage(fileName);
     const std::size_t blocks = CountFirmwareBlocks(image);
-    if (blocks > highestFirmwareBlockCount)
-        fail("The firmware image is too large: at most 16384 blocks of 1024 bytes can be addressed!", DerrBadRequest,
-             here);
     std::transform(image.begin(), image.end(), image.begin(), ReverseBits);
 
     if (verbose) say("Erase started");

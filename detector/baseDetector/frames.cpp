@@ -19,6 +19,22 @@ constexpr double msPerSecond = 1000.0;
 constexpr const char* timeoutText = "Image did not arrive within the timeout.";
 constexpr const char* wrongDimensionsText = "Dimensions of image are not correct or supported!";
 
+/// Asks for the memory of all missing planes at once: taken plane by plane, those up to a number gone wrong would use
+/// up the machine's before anybody says no.
+void checkRoomForPlanes(const QorImage& image, int plane) {
+    constexpr std::size_t bytesPerPixel = 2;
+    if (plane <= image.GetImageDepth()) return;
+    const auto missing = static_cast<std::size_t>(plane) + 1 - static_cast<std::size_t>(image.GetImageDepth());
+    const auto pixels = static_cast<std::size_t>(image.GetImageXdim()) * static_cast<std::size_t>(image.GetImageYdim());
+    try {
+        std::vector<unsigned char> room;
+        room.reserve(missing * pixels * bytesPerPixel);
+        [[maybe_unused]] const unsigned char* volatile const kept = room.data();  // no compiler leaves the request out
+    } catch (const std::exception&) {
+        fail(noMemoryText, DerrResources, "baseDetector::ReadBuffer", plane);
+    }
+}
+
 }  // namespace
 
 void baseDetector::WaitImage(int timeoutMs) {
@@ -101,6 +117,7 @@ void baseDetector::ReadBuffer(int buffer, QorImage& image, int plane) {
         }
         if (image.GetImageXdim() != width || image.GetImageYdim() != height)
             fail(wrongDimensionsText, DerrBadRequest, here);
+        checkRoomForPlanes(image, plane);
         while (image.GetImageDepth() <= plane) image.AddImage();
         ReadBuffer(buffer, image.GetDataPointerToPlane(plane));
     });

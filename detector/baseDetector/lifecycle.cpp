@@ -68,6 +68,10 @@ void baseDetector::openWith(const std::function<void(char*)>& openTransport, boo
         frameCapturedEvent = CreateDetectorHandle();
         getSlowed();
         UpdateFeaturesFlags();
+        // The transport asked for the frame size before it was known whether the detector has flagged binning, which
+        // looks like none until then.
+        const bool hasFlagged = QueryBinningMode(Bin2x2Flagged) == 1 || QueryBinningMode(Bin4x4Flagged) == 1;
+        if (hasFlagged && binningMode.get() == Bin1x1 && GetBinningMode() != Bin1x1) UpdateInterfaceImageSize();
         if (pickTimings) {
             const int firmware = GetFirmwareVersion();
             detectorTimings = createDetectorTimings(GetCachedModelNumber(), transport, firmware);

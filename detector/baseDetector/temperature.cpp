@@ -65,7 +65,7 @@ std::optional<int> parseAuxiliaryReading(std::string_view reply) {
     if (!first || !second || !third) return std::nullopt;
     int value = 0;
     const auto [end, error] = std::from_chars(first->data(), first->data() + first->size(), value, hexadecimal);
-    if (error != std::errc() || end != first->data() + first->size() || value < 0) return std::nullopt;
+    if (error != std::errc() || end != first->data() + first->size() || first->front() == '-') return std::nullopt;
     return value;
 }
 

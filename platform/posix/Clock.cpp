@@ -4,19 +4,30 @@
 #include <atomic>
 #include <thread>
 
+#include "platform/FastClock.h"
 #include "platform/VirtualClock.h"
 
 namespace platform {
 namespace {
 
 std::atomic<ScopedVirtualClock*> virtualClock{nullptr};
+std::atomic<int> clockSpeed{1};
+std::atomic<Time::rep> speedBegan{0};  ///< steady time from which on time runs at that speed
 
-Time realNow() {
+Time steadyNow() {
     return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
 }
 
+Time realNow() {
+    const Time began(speedBegan.load());
+    return began + (steadyNow() - began) * clockSpeed.load();
+}
+
 std::chrono::steady_clock::time_point toSteady(Time time) {
-    return std::chrono::steady_clock::time_point(std::chrono::duration_cast<std::chrono::steady_clock::duration>(time));
+    const Time began(speedBegan.load());
+    const Time steady = began + (time - began) / clockSpeed.load();
+    return std::chrono::steady_clock::time_point(
+        std::chrono::duration_cast<std::chrono::steady_clock::duration>(steady));
 }
 
 /// The one thread that runs scheduled tasks on the real clock; it starts with the first of them.
@@ -93,7 +104,7 @@ void sleepFor(std::chrono::nanoseconds duration) {
     if (ScopedVirtualClock* clock = virtualClock.load()) {
         if (duration.count() > 0) clock->advance(duration);
     } else if (duration.count() > 0) {
-        std::this_thread::sleep_for(duration);
+        std::this_thread::sleep_for(duration / clockSpeed.load());
     } else {
         std::this_thread::yield();
     }
@@ -146,6 +157,17 @@ bool Condition::waitUntil(Mutex& mutex, Time deadline) {
         inTime = condition.wait_until(lock, toSteady(deadline)) == std::cv_status::no_timeout;
     lock.release();
     return inTime;
+}
+
+ScopedFastClock::ScopedFastClock(int speed) {
+    if (speed < 1) throw std::invalid_argument("a clock's speed is 1 or more");
+    speedBegan = steadyNow().count();
+    clockSpeed = speed;
+}
+
+ScopedFastClock::~ScopedFastClock() {
+    clockSpeed = 1;
+    speedBegan = 0;
 }
 
 ScopedVirtualClock::ScopedVirtualClock() {

@@ -99,4 +99,10 @@ int closeEvent(void* handle) {
     return 1;
 }
 
+std::size_t openEventCount() {
+    EventTable& all = table();
+    const MutexLock lock(all.mutex);
+    return all.events.size();
+}
+
 }  // namespace platform

@@ -161,6 +161,27 @@ TEST(EpixConnection, ModelWithoutTapsAndOpenTexts) {
     board.CloseBoard();
 }
 
+TEST(EpixConnection, StateThatTheLibraryRefusedTheObjectIsMadeByTheOpen) {
+    BoardRig rig;
+    rig.board.reset();
+    grabber::VirtualGrabber::failInstantiation(1);
+    rig.board = std::make_unique<support::OpenEpix>(4);
+    ASSERT_EQ(rig->xcState, nullptr);
+    rig->OpenBoard();
+    rig->Snap(0, 1000);
+}
+
+TEST(EpixConnection, ReplyThatAFailedReadLeftIsNotTakenForTheNextOne) {
+    constexpr int freeRegister = 600;
+    BoardRig rig;
+    rig->OpenBoard();
+    rig.hardware->writeRegister(freeRegister, 70);
+    rig.hardware->writeRegister(freeRegister + 1, 71);
+    rig.grabber->fail({"pxe_serialRead", -9});
+    EXPECT_TRUE(support::failureOf([&] { rig->ReadRegister(freeRegister, 1); }));
+    EXPECT_EQ(rig->ReadRegister(freeRegister + 1, 1), 71);
+}
+
 TEST(EpixConnection, HandleIsCreatedAndClosedOnce) {
     BoardRig rig;
     rig->OpenBoard();

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "detector/PleoraDetector.h"
 #include "platform/Event.h"
 #include "platform/VirtualClock.h"
@@ -20,6 +22,13 @@ constexpr const char* serialText = "Problem Configuring Detector Serial Interfac
 constexpr const char* closeText = "Problem Closing Connection to Detector!";
 constexpr const char* sizeText = "Failed to configure Pleora interface: Problem updating image parameters";
 
+/// The scripted seam with a pipeline that can refuse to start.
+class Pleora final : public ScriptedPleora {
+public:
+    bool refusesToStart = false;
+    PvResult Pipeline_Start() override { return refusesToStart ? failed(5) : ScriptedPleora::Pipeline_Start(); }
+};
+
 class TestDetector : public PleoraDetector {
 public:
     explicit TestDetector(std::shared_ptr<ScriptedPleora> pleora, const char* address = "10.0.0.2")
@@ -32,12 +41,12 @@ public:
 
 class GigeConnection : public testing::Test {
 protected:
-    GigeConnection() : pleora(std::make_shared<ScriptedPleora>()), detector(pleora) {
+    GigeConnection() : pleora(std::make_shared<Pleora>()), detector(pleora) {
         pleora->line.registers = {{124, 5101}, {126, 1}, {9, 1}, {10, 1}, {11, 9000}};
         pleora->frame.assign(1536 * 864 * 2, 0x5A);
     }
     platform::ScopedVirtualClock clock;
-    std::shared_ptr<ScriptedPleora> pleora;
+    std::shared_ptr<Pleora> pleora;
     TestDetector detector;
 };
 
@@ -210,6 +219,35 @@ TEST_F(GigeConnection, FrameSizeFollowsTheDeviceAndNeverOverrunsTheCaller) {
     EXPECT_FLOAT_EQ(detector.TransportMinimumExposureTime(), 1536.0F * 864 * 16 / 670e6F * 1000);
 }
 
+TEST_F(GigeConnection, FrameBeyondTwoGigabytesIsRefused) {
+    constexpr std::int64_t fourGigabytes = std::int64_t{1} << 32;
+    // What the device tells at first, and what it makes of the width; the low 32 bits alone would be a small frame.
+    const std::pair<std::int64_t, int> cases[] = {{fourGigabytes + 64, 1}, {64, fourGigabytes / (864 * 2) + 1}};
+    for (const auto& [payload, roundWidthTo] : cases) {
+        pleora->integers["PayloadSize"] = payload;
+        pleora->roundWidthTo = roundWidthTo;
+        expectFailure([&] { detector.OpenBoard(); }, "Insufficient Memory on system!", DerrResources);
+        EXPECT_FALSE(detector.IsConnected());
+    }
+}
+
+TEST_F(GigeConnection, PipelineThatASizeChangeLeftStoppedIsStartedByTheNextSnapOrItsFailureTold) {
+    detector.OpenBoard();
+    pleora->failing = "Width = 768";
+    expectFailure([&] { detector.SetBinningMode(Bin2x2); }, sizeText, DerrTransport, 5);
+    EXPECT_FALSE(pleora->Pipeline_IsStarted());
+    pleora->failing.clear();
+    detector.Snap(0, 10);
+    EXPECT_TRUE(pleora->Pipeline_IsStarted());
+
+    pleora->refusesToStart = true;
+    detector.SetBinningMode(Bin4x4);
+    expectFailure([&] { detector.Snap(0, 10); }, "Problem starting pipeline!", DerrTransport, 5);
+    pleora->refusesToStart = false;
+    detector.Snap(0, 10);
+    EXPECT_TRUE(pleora->Pipeline_IsStarted());
+}
+
 TEST_F(GigeConnection, SnapTriggersRetrievesCopiesAndStops) {
     detector.OpenBoard();
     pleora->calls.clear();
@@ -243,6 +281,13 @@ TEST_F(GigeConnection, SnapFailuresTellTheResultAndWhetherTheBufferWentBack) {
                   DerrResources);
     EXPECT_EQ(pleora->heldBuffers, 1) << "a bad number leaves the pipeline's buffer held";
     EXPECT_EQ(detector.GetFieldCount(), 0);
+    const std::vector<std::uint8_t> pixels = std::exchange(pleora->frame, {});
+    ASSERT_EQ(pleora->Buffer_GetImagePointer(), nullptr);
+    expectFailure([&] { detector.Snap(0, 10); }, snapText, DerrAcquisition);
+    EXPECT_EQ(pleora->heldBuffers, 1) << "the one before went back";
+    pleora->frame = pixels;
+    detector.Snap(0, 10);
+    EXPECT_EQ(pleora->heldBuffers, 0);
     pleora->failing = "PLC_ctrl0 = true";
     expectFailure([&] { detector.Snap(0, 10); }, "Problem Sending Software Trigger!", DerrTransport, 5);
     detector.CloseBoard();

@@ -248,20 +248,12 @@ TEST(Temperatures, RawReadingsBecomeDegrees) {
                 0.001);
     expectFailure([&] { core.ConvertTemp(1, 40, 1.0F, 25.0F, 1); }, "The converter must have between 1 and 30 bits!",
                   DerrBadRequest, 40);
-    const std::pair<const char*, std::optional<int>> replies[] = {{"Sx0123,x0,x0", 0x123},
-                                                                  {"Sx0,x0,x0", 0},
-                                                                  {"SxaF,x1,x2", 0xAF},
-                                                                  {"S0123,x0,x0", {}},
-                                                                  {"Sx,x0,x0", {}},
-                                                                  {"Sx1,x0", {}},
-                                                                  {"Sx1,x0,x0,x0", {}},
-                                                                  {"Xx1,x0,x0", {}},
-                                                                  {"Sx1,0,x0", {}},
-                                                                  {"Sx1,x0,x", {}},
-                                                                  {"", {}},
-                                                                  {"Sxg,x0,x0", {}},
-                                                                  {"Sx-1,x0,x0", {}},
-                                                                  {"Sx123456789AB,x0,x0", {}}};
+    const std::pair<const char*, std::optional<int>> replies[] = {
+        {"Sx0123,x0,x0", 0x123}, {"Sx0,x0,x0", 0},   {"SxaF,x1,x2", 0xAF},
+        {"S0123,x0,x0", {}},     {"Sx,x0,x0", {}},   {"Sx1,x0", {}},
+        {"Sx1,x0,x0,x0", {}},    {"Xx1,x0,x0", {}},  {"Sx1,0,x0", {}},
+        {"Sx1,x0,x", {}},        {"", {}},           {"Sxg,x0,x0", {}},
+        {"Sx-1,x0,x0", {}},      {"Sx-0,x0,x0", {}}, {"Sx123456789AB,x0,x0", {}}};
     for (const auto& [reply, reading] : replies) EXPECT_EQ(parseAuxiliaryReading(reply), reading) << reply;
     EXPECT_EQ(auxiliaryTemperature(0), 0.0F);
     EXPECT_EQ(auxiliaryTemperature(721), 0.0F) << "colder than any resistance";

@@ -23,7 +23,13 @@ constexpr const char* frequencyText = "Unable to set pulse-generator to desired 
 class TimedPleora final : public support::ScriptedPleora {
 public:
     double reportedHz = 0.0;  ///< 0: what the granularity gives
+    bool unplugged = false;
 
+    using ScriptedPleora::Dev_SetEnumValue;
+    bool Dev_IsConnected() override { return !unplugged && ScriptedPleora::Dev_IsConnected(); }
+    PvResult Dev_SetEnumValue(PvString name, PvString value) override {
+        return unplugged ? failed(failWith) : ScriptedPleora::Dev_SetEnumValue(name, value);
+    }
     PvResult Dev_GetFloatValue(PvString name, double& value) override {
         constexpr double granuleSeconds = 60e-6;
         value = reportedHz;
@@ -107,7 +113,7 @@ TEST_F(PulseGenerator, ReportedFrequencyMayBeTwentyPerCentOff) {
         pleora->reportedHz = reportedHz;
         EXPECT_NO_THROW(detector.EnablePulseGenerator(100.0F)) << reportedHz;
     }
-    for (const double reportedHz : {79.9, 120.1, 1e-300}) {
+    for (const double reportedHz : {79.9, 120.1, 1e-300, std::numeric_limits<double>::quiet_NaN()}) {
         pleora->reportedHz = reportedHz;
         expectFailure([&] { detector.EnablePulseGenerator(100.0F); }, frequencyText, DerrTransport, 0);
     }
@@ -157,4 +163,21 @@ TEST_F(PulseGenerator, FailedCallTellsItsResultAndLeavesALiveRunPaused) {
         expectFailure([&] { detector.SoftwareTrigger(); }, "Problem Sending Software Trigger!", DerrTransport, 5);
         expectFailure([&] { detector.ToggleGenerator(level); }, "Problem toggling pulse generator!", DerrTransport, 5);
     }
+}
+
+TEST_F(PulseGenerator, OfADeviceThatIsGoneDoesNotStandInTheWayOfTheClose) {
+    detector.EnablePulseGenerator(100.0F);
+    pleora->unplugged = true;
+    pleora->failing = "Stream_Close";
+    expectFailure([&] { detector.CloseBoard(); }, "Problem Closing Connection to Detector!", DerrTransport, 5);
+    EXPECT_TRUE(detector.IsConnected());
+    pleora->failing.clear();
+    EXPECT_NO_THROW(detector.CloseBoard());
+    EXPECT_FALSE(detector.IsConnected());
+    pleora->unplugged = false;
+    detector.OpenBoard();
+    EXPECT_FALSE(detector.pulseGeneratorEnabled);
+    pleora->calls.clear();
+    detector.SoftwareTrigger();
+    EXPECT_THAT(pleora->calls, ElementsAre("PLC_ctrl0 = true", "PLC_ctrl0 = false"));
 }

@@ -77,6 +77,8 @@ TEST_P(EveryPanel, TellsWhatItIsAndGivesItsPictureByteForByte) {
     EXPECT_NEAR(detector->GetMinimumExposureTime(), readout + window, 0.011F);
     EXPECT_GE(detector->GetExposureTime(), detector->GetMinimumExposureTime() - 0.1F);
 
+    detector->SetExposureTime(0.0F);
+    EXPECT_NEAR(detector->GetExposureTime(), detector->GetMinimumExposureTime(), 0.1F);
     detector->SetExposureTime(250.0F);
     EXPECT_NEAR(detector->GetExposureTime(), 250.0F, 0.1F);
     const int fields = detector->GetFieldCount();
@@ -142,10 +144,19 @@ TEST_P(Plain5309, OpeningAndExposureAreTheseCommands) {
 INSTANTIATE_TEST_SUITE_P(Road, Plain5309, testing::ValuesIn(support::roads({"5309"})),
                          testing::PrintToStringParamName());
 
-TEST_P(Kestrane6112, ReadNeverOverrunsAFrameWhoseBinningWasFoundLater) {
-    hardware->writeRegister(3, 0x140);
-    hardware->writeRegister(1, 0x10);  // Bin4x4Flagged, which the first open can't know yet
+TEST_P(Kestrane6112, FlaggedBinningThatWasLeftInTheDetectorIsOpenedWithItsSize) {
     detector->OpenBoard();
+    detector->SetBinningMode(Bin4x4Flagged);
+    detector = road.make();
+    detector->OpenBoard();
+    EXPECT_EQ(detector->GetBinningMode(), Bin4x4Flagged);
+    expectSnap(0, 768, 216);
+}
+
+TEST_P(Kestrane6112, ReadNeverOverrunsAFrameWhoseBinningWasFoundLater) {
+    detector->OpenBoard();
+    hardware->writeRegister(3, 0x140);
+    hardware->writeRegister(1, 0x10);  // Bin4x4Flagged, behind the library's back
     EXPECT_EQ(detector->GetBinningMode(), Bin4x4Flagged);
     std::vector<unsigned char> frame(768 * 216 * 2 + 8, 0xEE);
     failureOf([&] { detector->ReadBuffer(0, frame.data()); });

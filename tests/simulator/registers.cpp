@@ -21,6 +21,9 @@ TEST_F(Registers, ClampTheWindowWhenItsHighHalfIsWritten) {
     setWindowCount(3288);
     EXPECT_EQ(windowCount(), 3289);
     EXPECT_EQ(detector->readRegister(11, 2), 3289);
+    use("6213-kestrane");
+    setWindowCount(0);
+    EXPECT_EQ(windowCount(), 0) << "what was measured of this firmware knows of no clamp";
 }
 
 TEST_F(Registers, TakeForceWithTheirCommitOnly) {

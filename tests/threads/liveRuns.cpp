@@ -149,6 +149,32 @@ TEST_F(GigeLiveRun, FailureIsReportedAtEachCallAndTheStopStillWorks) {
     }
 }
 
+TEST_F(GigeLiveRun, FrameWithoutPixelsIsAnErrorAndGivenBackByTheNextRun) {
+    std::vector<std::uint8_t> pixels;
+    pleora.atRetrieved = [&] { pixels.swap(pleora.frame); };
+    detector.GoLiveSeq();
+    pleora.give(1);
+    until([&] { return support::failureOf([&] { detector.CheckForLiveError(); }).has_value(); });
+    expectFailure([&] { detector.CheckForLiveError(); }, liveText, DerrTransport);
+    detector.GoUnLive();
+    pleora.atRetrieved = nullptr;
+    pixels.swap(pleora.frame);
+    rig.expectNextRunWorks();
+    EXPECT_EQ(pleora.framesHeld(), 0);
+}
+
+TEST_F(GigeLiveRun, CountsAFrameThatComesRightAfterAChangeOfSize) {
+    detector.GoLiveSeq();
+    int frames = 0;
+    for (const bins mode : {Bin2x2, Bin4x4, Bin2x2, Bin4x4}) {
+        detector.SetBinningMode(mode);
+        pleora.give(1);
+        ++frames;
+        until([&] { return pleora.framesTaken() == frames && pleora.framesHeld() == 0; });
+        EXPECT_EQ(detector.GetFieldCount(), frames + 1);
+    }
+}
+
 TEST_F(GigeLiveRun, WaitsForFramesWithoutAnError) {
     pleora.give(1);
     detector.GoLiveSeq(0, 3, -1);

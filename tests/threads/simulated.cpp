@@ -61,17 +61,14 @@ protected:
         });
     }
 
-    /// Edges until a frame comes: the one that ends a retrieval begun before a change of size is dropped.
     void expectLiveFrame(int width, int height) {
-        for (int edge = 0; edge < 2; ++edge) {
-            const std::uint64_t before = hardware->ledger().delivered;
-            hardware->injectEdge();
-            bool onItsWay = false;  // a last wait begins when the detector has delivered the frame
-            for (int wait = 0; wait < 60 && !onItsWay; ++wait) {
-                onItsWay = hardware->ledger().delivered != before;
-                if (!failureOf([&] { detector->WaitImage(500); }))
-                    return expectFrame(detector->GetCapturedBuffer(), width, height);
-            }
+        const std::uint64_t before = hardware->ledger().delivered;
+        hardware->injectEdge();
+        bool onItsWay = false;  // a last wait begins when the detector has delivered the frame
+        for (int wait = 0; wait < 60 && !onItsWay; ++wait) {
+            onItsWay = hardware->ledger().delivered != before;
+            if (!failureOf([&] { detector->WaitImage(500); }))
+                return expectFrame(detector->GetCapturedBuffer(), width, height);
         }
         ADD_FAILURE() << "no frame of " << width << " x " << height;
     }

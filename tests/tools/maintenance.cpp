@@ -114,6 +114,7 @@ TEST_F(MaintenanceCommands, ConfigurationIsCheckedLineByLineBeforeAnythingIsSent
     EXPECT_EQ(runTool({"config", "load", good}).status, 0);
     EXPECT_EQ(hardware()->readRegister(3), 4);
     EXPECT_EQ(runTool({"config", "load", folder.string(), "--check"}).status, 1);
+    EXPECT_EQ(runTool({"config", "load", "/dev/zero"}).status, 1) << "a file without an end";
 }
 
 TEST_F(MaintenanceCommands, RegistersCommandsTemperaturesAndPower) {

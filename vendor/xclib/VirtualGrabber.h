@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -40,6 +41,10 @@ public:
     static std::shared_ptr<VirtualGrabber> inSlot(int slot);
     /// The next `calls` calls of `pxe_XCLIBinstantiate` give null.
     static void failInstantiation(int calls);
+    /// Is asked at each call that can be made to fail, of every grabber and of "pxe_XCLIBinstantiate"; a result that it
+    /// gives is what the call answers, without doing anything. An empty one ends that.
+    using Watcher = std::function<std::optional<int>(std::string_view function)>;
+    static void setWatcher(Watcher watcher);
 
     explicit VirtualGrabber(std::shared_ptr<simulator::SimulatedDetector> detectorBehind);
     ~VirtualGrabber();
@@ -62,6 +67,7 @@ public:
     /// Counts a call of the function. Holds what it fails with now.
     std::optional<Struck> strikes(std::string_view function);
     static bool instantiationFails();
+    static std::optional<int> askWatcher(std::string_view function);
     std::uint64_t memoryBytes() const;
     void setUser(const std::shared_ptr<FaultText>& faultText);
     const std::shared_ptr<simulator::SimulatedDetector>& detector() const { return attached; }

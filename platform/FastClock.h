@@ -1,0 +1,20 @@
+#pragma once
+
+#include "platform/Clock.h"
+#include "platform/export.h"
+
+namespace platform {
+
+/// While this object exists, time runs `speed` times as fast as the real clock: sleeps and timed waits take so much
+/// less. For tests about several threads, whose time-outs would be seconds. One at a time, made and destroyed while
+/// nobody sleeps or waits and no task is scheduled; time jumps back at the end.
+class QRAPI_EXPORT ScopedFastClock {
+public:
+    /// Throws std::invalid_argument for a speed below 1.
+    explicit ScopedFastClock(int speed);
+    ~ScopedFastClock();
+    ScopedFastClock(const ScopedFastClock&) = delete;
+    ScopedFastClock& operator=(const ScopedFastClock&) = delete;
+};
+
+}  // namespace platform
