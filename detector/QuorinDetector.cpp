@@ -1,6 +1,5 @@
 #include "QuorinDetector.h"
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -15,8 +14,14 @@
 namespace {
 
 // What is longer is refused: the trace reads no further than the core does.
-constexpr std::size_t mostPreProgrammedTimes = 4;
 constexpr std::size_t mostCommandCharacters = serial::commandSize;
+
+/// How many times of an array are printed: all, unless the count can only be a mistake, with no such array behind it.
+std::size_t believableCount(std::size_t count) {
+    constexpr std::size_t mostTimes = 4;
+    constexpr std::size_t believable = 64;
+    return count <= believable ? count : mostTimes;
+}
 
 [[noreturn]] void refuseTransport(int line = __builtin_LINE()) {
     fail("Unsupported transport type", DerrBadRequest, "QuorinDetector::QuorinDetector", 0, "", line, __FILE__);
@@ -506,7 +511,7 @@ void QuorinDetector::ToggleGenerator(bool on) {
 
 void QuorinDetector::SetPreProgrammedExposureTimes(const float* timesMs, std::size_t count) {
     callFrame("QuorinDetector::SetPreProgrammedExposureTimes",
-              traced(trace::Floats{timesMs, timesMs == nullptr ? 0 : std::min(count, mostPreProgrammedTimes)}, count),
+              traced(trace::Floats{timesMs, timesMs == nullptr ? 0 : believableCount(count)}, count),
               [&] { detector().SetPreProgrammedExposureTimes(timesMs, count); });
 }
 

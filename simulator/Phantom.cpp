@@ -26,11 +26,12 @@ constexpr int noiseBits = 7;  // a standard deviation is 1 << noiseBits in the t
 
 /// Normal deviates that all phantoms draw their noise from.
 const std::vector<std::int16_t>& noiseTable() {
-    static const std::vector<std::int16_t> table = [] {
+    // Never destroyed: a detector that runs free exposes on while the process ends.
+    static const std::vector<std::int16_t>& table = *[] {
         std::mt19937 random(20);
         std::normal_distribution<float> normal(0.0F, static_cast<float>(1 << noiseBits));
-        std::vector<std::int16_t> made(noiseLength);
-        for (std::int16_t& value : made)
+        auto* made = new std::vector<std::int16_t>(noiseLength);  // NOLINT
+        for (std::int16_t& value : *made)
             value = static_cast<std::int16_t>(std::lround(std::clamp(normal(random), -500.0F, 500.0F)));
         return made;
     }();

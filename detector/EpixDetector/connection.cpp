@@ -202,10 +202,11 @@ int EpixDetector::SerialRead(char* buffer, int capacity) {
 /// A read that failed may have left the reply on the line: the next command must not take it for its own.
 void EpixDetector::dropReplyLeft() {
     constexpr int longestReply = 100;
+    constexpr int mostReads = 10;  // a line that never falls silent keeps nobody
     if (!replyLeft.exchange(false)) return;
     std::array<char, longestReply> dropped{};
-    while (xclibLib->serialRead(xcState, unitMap, serialPort, dropped.data(), longestReply) == longestReply) {
-    }
+    for (int reads = 0; reads < mostReads; ++reads)
+        if (xclibLib->serialRead(xcState, unitMap, serialPort, dropped.data(), longestReply) != longestReply) return;
 }
 
 int EpixDetector::SerialWrite(char* buffer, int size) {

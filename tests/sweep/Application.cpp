@@ -1,6 +1,5 @@
 #include "sweep/Application.h"
 
-#include <future>
 #include <thread>
 
 #include "QorImage.h"
@@ -211,22 +210,25 @@ void Application::destroy() {
 
 std::vector<std::string> Application::heldLocks() {
     baseDetector& inner = core();
-    std::vector<unsigned char> pixels(2 * static_cast<std::size_t>(inner.GetBufferXdim() * inner.GetBufferYdim()));
     std::vector<std::string> held;
-    std::promise<void> done;
-    // Recursive locks tell only another thread; and those that can't be tried show in a call that takes them.
-    std::thread other([&] {
+    const auto look = [&] {
         if (!isFree(Hidden::waits(inner))) held.emplace_back("waitSection");
         if (!isFree(Hidden::acquisition(inner))) held.emplace_back("acquisitionLock");
         if (!isFree(Hidden::callbacks(inner))) held.emplace_back("callbackMutex");
-        if (held.empty()) {
-            inner.ReadBuffer(0, pixels.data());
-            inner.ReadRegister(1, 1);
+        if (!held.empty()) return;
+        std::vector<unsigned char> pixels(2 * static_cast<std::size_t>(inner.GetBufferXdim() * inner.GetBufferYdim()));
+        inner.ReadBuffer(0, pixels.data());
+        inner.ReadRegister(1, 1);
+    };
+    // Recursive locks tell only another thread; and those that can't be tried show in a call that takes them, where the
+    // watchdog finds it.
+    std::thread([&] {
+        try {
+            look();
+        } catch (const std::exception& failure) {
+            complaints.push_back(std::string("another thread's call failed: ") + failure.what());
         }
-        done.set_value();
-    });
-    done.get_future().wait();  // a lock that hangs it is told by the watchdog
-    other.join();
+    }).join();
     return held;
 }
 

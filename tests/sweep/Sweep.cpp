@@ -16,7 +16,8 @@
 namespace sweep {
 namespace {
 
-/// What a fault may add to the time of a call: the longest wait that the library owns, and the exchange that ends it.
+/// What a fault may add to the time of a call: the waits for a flash memory that stays busy, half a second a look and
+/// sixty looks at an erase, and the exchanges around them.
 constexpr std::int64_t patienceMs = 35000;
 
 int entriesIn(const char* folder) {
@@ -32,16 +33,18 @@ struct Holdings {
     int threads = entriesIn("/proc/self/task");
     std::size_t largeBlocks = mallinfo2().hblks;
 
-    void compare(const Holdings& before, std::vector<std::string>& violations) const {
+    std::vector<std::string> growthSince(const Holdings& before) const {
+        std::vector<std::string> growth;
         const auto same = [&](const char* what, auto was, auto is) {
             if (is > was)
-                violations.push_back(std::string(what) + " leaked: " + std::to_string(was) + " before, " +
-                                     std::to_string(is) + " after");
+                growth.push_back(std::string(what) + " leaked: " + std::to_string(was) + " before, " +
+                                 std::to_string(is) + " after");
         };
         same("events", before.events, events);
         same("files", before.files, files);
         same("large memory blocks", before.largeBlocks, largeBlocks);
         same("threads", before.threads, threads);
+        return growth;
     }
 };
 
@@ -124,11 +127,7 @@ Run runOnce(const Scenario& scenario, const Road& road, const std::vector<Plan>&
     }
     simulator::Rack::instance().reset();
     // What a clean run learned is large itself.
-    if (!faults.empty()) {
-        const std::size_t violationsBefore = run.violations.size();
-        holdingsAfter(before).compare(before, run.violations);
-        run.grew = run.violations.size() > violationsBefore;
-    }
+    if (!faults.empty()) run.growth = holdingsAfter(before).growthSince(before);
     return run;
 }
 

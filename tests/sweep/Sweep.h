@@ -15,7 +15,7 @@ struct Run {
     std::vector<Outcome> outcomes;
     std::map<int, std::vector<CallPoint>> calls;    ///< by thread
     std::map<std::string, std::int64_t> elapsedMs;  ///< longest, by operation
-    bool grew = false;                              ///< something seems to be leaked
+    std::vector<std::string> growth;                ///< what seems to be leaked
 };
 
 /// Breaks the library's double on purpose; for the oracle's own test.

@@ -103,7 +103,8 @@ void runPlan(const Unit& unit, const std::vector<sweep::Plan>& faults, const swe
     ++begun;
     sweep::Run run = sweep::runOnce(*unit.scenario, unit.road, faults);
     // What is made once and kept, at whatever fault comes first, is no leak: that would grow again.
-    if (run.grew) run = sweep::runOnce(*unit.scenario, unit.road, faults);
+    if (!run.growth.empty()) run.growth = sweep::runOnce(*unit.scenario, unit.road, faults).growth;
+    run.violations.insert(run.violations.end(), run.growth.begin(), run.growth.end());
     sweep::judgeWaits(run, learned);
     if (!told.empty()) {
         for (const sweep::Outcome& outcome : run.outcomes) {

@@ -235,7 +235,7 @@ bool carries(const Road& road, const Strike& strike, const QuorinException& fail
         case Kind::FailsOnward:
             if (strike.call.name.rfind("pxe_", 0) == 0 || strike.call.name == "formatLoad" ||
                 strike.call.name == "XCLIBinstantiate")
-                return status < 0 || !text.empty();
+                return status < 0;
             // An event that isn't there has no number.
             if (strike.call.name == "eventCapturedFieldCreate2") return text == vendorText;
             return status == (road.isGigE() ? static_cast<int>(MeteredPleora::refusal) : MeteredXclib::refusal) &&
@@ -248,13 +248,24 @@ bool carries(const Road& road, const Strike& strike, const QuorinException& fail
     }
 }
 
+bool hasStatus(const FailureRow& row, const Road& road, const Strike& strike, const QuorinException& failure) {
+    constexpr int waitTimeout = 258;
+    switch (row.status) {
+        case Status::Carried:
+            return carries(road, strike, failure);
+        case Status::None:
+            return failure.GetTransportError() == (row.message == noFrame ? waitTimeout : 0);
+        case Status::Own:
+            break;
+    }
+    return true;
+}
+
 bool reports(const FailureRow& row, const Road& road, const Strike& strike, const QuorinException& failure) {
     return (row.kinds & bit(strike.kind)) != 0 &&
            std::string_view(failure.what()).substr(0, row.message.size()) == row.message &&
            failure.GetCode() == row.code && fits(row.function, failure.GetFunctionName()) &&
-           (row.status == Status::Own ||
-            (row.status == Status::None ? failure.GetTransportError() == 0 || failure.GetTransportError() == 258
-                                        : carries(road, strike, failure)));
+           hasStatus(row, road, strike, failure);
 }
 
 bool reportsThrown(const Outcome& outcome, const Strike& strike) {
@@ -325,15 +336,17 @@ std::vector<std::string> judge(const Road& road, const std::vector<Outcome>& out
     bool asked = false;
     for (const Outcome& outcome : outcomes) {
         asked = asked || outcome.operation == "CheckForLiveError";
+        const std::size_t ofThisCall = all.size();
         for (const Strike& strike : outcome.strikes) all.push_back({strike});
         if (!outcome.failure) continue;
         bool explained = false;
         std::set<int> ended;
-        for (Owed& owed : all) {
+        for (std::size_t index = 0; index < all.size(); ++index) {
+            Owed& owed = all[index];
             const bool told = isReported(road, outcome, owed.strike);
             explained = explained || told || isMissedFrame(outcome, owed.strike);
             // What struck the same call besides had its part in the failure.
-            const bool part = owed.strike.thread == 0 && owed.strike.call.operation == outcome.operation;
+            const bool part = owed.strike.thread == 0 && index >= ofThisCall;
             owed.settled = owed.settled || told || part;
             if (told) ended.insert(owed.strike.thread);
         }
