@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -21,6 +22,12 @@ std::size_t believableCount(std::size_t count) {
     constexpr std::size_t mostTimes = 4;
     constexpr std::size_t believable = 64;
     return count <= believable ? count : mostTimes;
+}
+
+/// Throws std::length_error where no text can be so long.
+std::string textOf(const char* command, std::size_t length) {
+    if (length > std::string().max_size()) throw std::length_error("no command has this length");
+    return {command, length};
 }
 
 [[noreturn]] void refuseTransport(int line = __builtin_LINE()) {
@@ -317,7 +324,7 @@ void QuorinDetector::SendCommand(const char* command, char* reply) {
 void QuorinDetector::SendCommand(const char* command, std::size_t length, char* reply) {
     const auto arguments = [&] {
         return command == nullptr ? trace::list(command, length, reply)
-                                  : trace::list(std::string(command, length), length, reply);
+                                  : trace::list(textOf(command, length), length, reply);
     };
     callFrame("QuorinDetector::SendCommand", arguments, [&](CallTrace& call) {
         detector().SendCommand(command, length, reply);

@@ -36,7 +36,7 @@ constexpr const char* notOpenText = "OpenBoard must be called before doing any d
 constexpr const char* movedText = "This object was moved from and has no detector.";
 
 /// A sanitizer's allocator ends the process where the system's says no.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QRAPI_ADDRESS_SANITIZER) || defined(QRAPI_THREAD_SANITIZER)
 constexpr bool underSanitizer = true;
 #else
 constexpr bool underSanitizer = false;

@@ -56,7 +56,7 @@ void limit(__rlimit_resource what, rlim_t value) {
 }
 
 // The checks of the address and undefined behaviour sanitizers open files themselves.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(QRAPI_ADDRESS_SANITIZER)
 constexpr bool checksNeedFiles = true;
 #else
 constexpr bool checksNeedFiles = false;
@@ -66,7 +66,7 @@ class RefusedResources : public testing::Test {
 protected:
     RefusedResources() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
     void SetUp() override {
-#if defined(__SANITIZE_THREAD__)
+#if defined(QRAPI_THREAD_SANITIZER)
         GTEST_SKIP() << "the thread sanitizer needs the resources that are refused here";
 #endif
     }

@@ -19,7 +19,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-#if defined(__SANITIZE_THREAD__)
+#if defined(QRAPI_THREAD_SANITIZER)
 /// A reader that meets the copy of a frame is allowed, but told of pixel by pixel: it would take minutes.
 constexpr bool readersMeetCopies = false;
 constexpr bins sizes[] = {Bin4x4, Bin4x4, Bin2x2};

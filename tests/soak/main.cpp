@@ -22,7 +22,7 @@
 
 /// The campaign: random applications on random detectors, each episode of one seed, until the time is over.
 
-#if defined(__SANITIZE_THREAD__)
+#if defined(QRAPI_THREAD_SANITIZER)
 /// A reader that lags a whole ring behind may see a block being overwritten: the one race that is meant to be.
 extern "C" QRAPI_EXPORT const char* __tsan_default_suppressions() {  // NOLINT: the sanitizer's name
     return "race:copyFrame\n";

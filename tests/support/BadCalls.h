@@ -141,7 +141,9 @@ inline const std::vector<BadCalls>& badCalls() {
          {[](D& d) { d.SendCommand(nullptr, replySpace()); }, [](D& d) { d.SendCommand(nullptr, 5, replySpace()); },
           [](D& d) { d.SendCommand("R1124", nullptr); }, [](D& d) { d.SendCommand("R1124", 5, nullptr); },
           [](D& d) { d.SendCommand(unterminated(24).data(), replySpace()); }}},
-        {DerrWrapped, "Caught a std::exception", {[](D& d) { d.SendCommand("R1124", hugeCount, replySpace()); }}},
+        {DerrWrapped, "Caught a std::exception: no command has this length", {[](D& d) {
+             d.SendCommand("R1124", hugeCount, replySpace());
+         }}},
         {DerrFile,
          "Unable to open file!",
          {[](D& d) { d.LoadSensorConfigFile(nullptr); }, [](D& d) { d.LoadSensorConfigFile("/no/such"); }}},

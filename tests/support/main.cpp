@@ -7,7 +7,7 @@
 #include "platform/DataFolder.h"
 #include "platform/export.h"
 
-#if defined(__SANITIZE_THREAD__)
+#if defined(QRAPI_THREAD_SANITIZER)
 /// A reader that lags a whole ring behind may see a block being overwritten: the one race that is meant to be.
 extern "C" QRAPI_EXPORT const char* __tsan_default_suppressions() {  // NOLINT: the sanitizer's name
     return "race:copyFrame\n";
