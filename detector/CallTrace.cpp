@@ -10,7 +10,7 @@
 #include "logging.h"
 
 CallTrace::CallTrace(const char* methodName, const std::string& arguments) : name(methodName) {
-    getQorLogger()->info("ENTER: {}", fmt::format("{}({})", name, arguments));
+    logIfThereIsMemory([&] { getQorLogger()->info("ENTER: {}({})", name, arguments); });
 }
 
 CallTrace::~CallTrace() {
@@ -60,7 +60,7 @@ void leaveWithException(const MethodName& method) {
         try {
             throw;
         } catch (const QuorinException& caught) {
-            return {caught, method.name};
+            return named(caught, method.name);
         } catch (const std::exception& caught) {
             std::ostringstream message;
             message << "Caught a std::exception: " << caught.what();

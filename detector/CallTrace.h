@@ -11,6 +11,7 @@
 #include "DevInfo.h"
 #include "QorImage.h"
 #include "QuorinException.h"
+#include "detector/attempt.h"
 
 /// The trace of one public call: an ENTER line when it is made, an EXIT line when it goes.
 class CallTrace {
@@ -20,11 +21,14 @@ public:
     CallTrace(const CallTrace&) = delete;
     CallTrace& operator=(const CallTrace&) = delete;
 
-    /// Records the text of the result, without its arrow.
-    void setResult(const std::string& text) { resultText = " -> " + text; }
+    /// Records the text of the result, without its arrow. `make` gives it.
+    template <class Make>
+    void setResult(Make&& make) {
+        logIfThereIsMemory([&] { resultText = " -> " + make(); });
+    }
 
 private:
-    std::string name;
+    const char* name;
     std::string resultText;
 };
 
@@ -99,14 +103,16 @@ struct MethodName {
 template <class Arguments, class Body>
 decltype(auto) callFrame(const MethodName& method, Arguments&& arguments, Body&& body) {
     try {
-        CallTrace trace(method.name, arguments());
+        std::string argumentText;
+        logIfThereIsMemory([&] { argumentText = arguments(); });
+        CallTrace trace(method.name, argumentText);
         if constexpr (std::is_invocable_v<Body, CallTrace&>) {
             return body(trace);
         } else if constexpr (std::is_void_v<std::invoke_result_t<Body>>) {
             body();
         } else {
             auto result = body();
-            trace.setResult(trace::text(result));
+            trace.setResult([&] { return trace::text(result); });
             return result;
         }
     } catch (...) {

@@ -61,7 +61,7 @@ protected:
     std::atomic<bool> buffersFixed{false};
     std::atomic<std::int32_t> pulseDivider{0};  ///< exposure pixel clock divide N of the pulse generator, 0 to 7
 
-    std::atomic<bool> replyLeft{false};  ///< a read of the serial line failed
+    std::atomic<bool> replyLeft{false};  ///< a read or write of the serial line failed
 
     /// A change of size began and the grabber has not been set to its end: what comes may have another size.
     std::atomic<bool> sizeChangeOpen{false};

@@ -106,6 +106,7 @@ protected:
     std::atomic<bool> sizeChangeOpen{false};
 
 private:
+    static constexpr const char* noPixelsText = "The frame came without pixels.";
     static const std::int32_t MAX_DATA_RATE = 670000000;  ///< bits per second
 
     void StartAcq();
@@ -133,7 +134,7 @@ private:
     std::int64_t readFeature(const char* feature, const char* message, const char* function);
     std::uint64_t currentGeneration();
     void letLiveThreadSeeNewSize(std::uint64_t generation);
-    /// Gives the frame back that was taken from the pipeline.
+    /// Gives the frame back that was taken from the pipeline, unless that is done.
     PvResult releaseFrame();
     /// The same for one that a failure has left, or the pipeline would run out of buffers one by one.
     void giveBackHeldFrame();

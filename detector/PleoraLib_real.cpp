@@ -403,5 +403,6 @@ PvBuffer** PleoraLib_real::Buffer_GetBufferPtr() {
 }
 
 std::uint8_t* PleoraLib_real::Buffer_GetImagePointer() {
-    return buffer->GetImage()->GetDataPointer();
+    PvImage* const image = buffer != nullptr ? buffer->GetImage() : nullptr;
+    return image != nullptr ? image->GetDataPointer() : nullptr;
 }

@@ -119,7 +119,7 @@ int QuorinDetector::GetFirmwareVersion() const {
 void QuorinDetector::GetFirmwareBuild(int& first, int& second, int& third) const {
     callFrame("QuorinDetector::GetFirmwareBuild", traced(&first, &second, &third), [&](CallTrace& call) {
         detector().GetFirmwareBuild(first, second, third);
-        call.setResult(trace::list(first, second, third));
+        call.setResult([&] { return trace::list(first, second, third); });
     });
 }
 
@@ -317,7 +317,7 @@ void QuorinDetector::SendCommand(const char* command, char* reply) {
     };
     callFrame("QuorinDetector::SendCommand", arguments, [&](CallTrace& call) {
         detector().SendCommand(command, reply);
-        call.setResult(trace::text(static_cast<const char*>(reply)));
+        call.setResult([&] { return trace::text(static_cast<const char*>(reply)); });
     });
 }
 
@@ -328,7 +328,7 @@ void QuorinDetector::SendCommand(const char* command, std::size_t length, char* 
     };
     callFrame("QuorinDetector::SendCommand", arguments, [&](CallTrace& call) {
         detector().SendCommand(command, length, reply);
-        call.setResult(trace::text(static_cast<const char*>(reply)));
+        call.setResult([&] { return trace::text(static_cast<const char*>(reply)); });
     });
 }
 
@@ -525,9 +525,10 @@ void QuorinDetector::SetPreProgrammedExposureTimes(const float* timesMs, std::si
 int QuorinDetector::GetPreProgrammedExposureTimes(float* timesMs, std::size_t size) const {
     return callFrame("QuorinDetector::GetPreProgrammedExposureTimes", traced(timesMs, size), [&](CallTrace& call) {
         const int count = detector().GetPreProgrammedExposureTimes(timesMs, size);
-        call.setResult(timesMs == nullptr
-                           ? trace::list(count)
-                           : trace::list(count, trace::Floats{timesMs, static_cast<std::size_t>(count)}));
+        call.setResult([&] {
+            return timesMs == nullptr ? trace::list(count)
+                                      : trace::list(count, trace::Floats{timesMs, static_cast<std::size_t>(count)});
+        });
         return count;
     });
 }

@@ -17,6 +17,7 @@ public:
 
     /// As `QuorinDetector::OpenBoard`.
     void OpenBoard() override;
+    /// As `QuorinDetector::OpenBoard` with a count.
     void OpenBoard(int bufferCount);
 
     /// Switches the detector's Camera Link interface on or off (commands WC1 and WC0). While it is off the serial

@@ -17,6 +17,7 @@ public:
 
     /// As `QuorinDetector::OpenBoard`.
     void OpenBoard() override;
+    /// As `QuorinDetector::OpenBoard` with a count.
     void OpenBoard(int bufferCount);
 
     /// Sets the network address that the detector keeps for itself (features GevCurrentIPConfigurationPersistentIP and

@@ -13,6 +13,14 @@ const QuorinException madeInTime("Caught a std::exception: std::bad_alloc", Derr
 
 }  // namespace
 
+QuorinException named(const QuorinException& failure, const char* layerName) {
+    try {
+        return {failure, layerName};
+    } catch (const std::bad_alloc&) {
+        return failure;
+    }
+}
+
 const QuorinException& outOfMemory() noexcept {
     return madeInTime;
 }

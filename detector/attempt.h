@@ -29,6 +29,9 @@ void logIfThereIsMemory(Write&& write) {
     }
 }
 
+/// The exception with a layer's name added; unchanged if there is no memory for the name.
+QuorinException named(const QuorinException& failure, const char* layerName);
+
 /// What is told of a failure when there is no memory to tell what it was. Made when the library is loaded.
 const QuorinException& outOfMemory() noexcept;
 

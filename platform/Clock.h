@@ -22,6 +22,7 @@ using Time = std::chrono::nanoseconds;
 /// The deadline that never comes.
 inline constexpr Time never = Time::max();
 
+/// The time of the clock in force: real, fast or virtual.
 QRAPI_EXPORT Time now();
 
 /// Blocks for the duration; zero or less yields.
@@ -30,8 +31,9 @@ QRAPI_EXPORT void sleepFor(std::chrono::nanoseconds duration);
 /// The millisecond tick counter.
 QRAPI_EXPORT std::int64_t tickCountMs();
 
-/// The high-resolution counter and its ticks per second.
+/// The high-resolution counter.
 QRAPI_EXPORT std::int64_t performanceCounter();
+/// Ticks of the high-resolution counter per second.
 QRAPI_EXPORT std::int64_t performanceFrequency();
 
 /// A deadline `timeoutMs` from now; a negative time-out is `never`.
@@ -52,6 +54,7 @@ public:
 /// A condition variable whose time-outs follow the clock in force.
 class QRAPI_EXPORT Condition {
 public:
+    /// Wakes everybody who waits.
     void notifyAll();
 
     /// Releases `mutex`, waits for a notification or the deadline and takes `mutex` again. Returns false once the

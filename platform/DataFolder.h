@@ -22,6 +22,7 @@ QRAPI_EXPORT int makeDirectory(const std::string& path);
 /// While this object exists, `localDataFolder` answers with `result` and `path`. For tests; the objects nest.
 class QRAPI_EXPORT ScopedDataFolder {
 public:
+    /// A `result` other than 0 makes `localDataFolder` fail with it.
     explicit ScopedDataFolder(std::string path, int result = 0);
     ~ScopedDataFolder();
     ScopedDataFolder(const ScopedDataFolder&) = delete;

@@ -19,6 +19,7 @@ public:
     ScopedVirtualClock(const ScopedVirtualClock&) = delete;
     ScopedVirtualClock& operator=(const ScopedVirtualClock&) = delete;
 
+    /// The virtual time.
     Time now() const { return current; }
 
     /// Moves the time on by `duration`, running what falls due.

@@ -53,8 +53,8 @@ class QRAPI_EXPORT Faults {
 public:
     /// `feature` is only looked at for `RefusedFeature`; empty means every feature.
     void set(Fault fault, When when = {}, std::string_view feature = {});
-    void clear(Fault fault);
-    void clearAll();
+    void clear(Fault fault);  ///< takes away every setting of the fault
+    void clearAll();          ///< takes away all faults
     /// Seeds the chances and the noise; a run with the same seed and calls repeats itself. The start seed is 1.
     void seed(std::uint32_t value);
 

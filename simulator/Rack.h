@@ -17,7 +17,7 @@ namespace simulator {
 /// address or slot and lives as long as the process: its registers survive reconnects as hardware's do.
 class QRAPI_EXPORT Rack {
 public:
-    static Rack& instance();
+    static Rack& instance();  ///< the one of this process
 
     /// The detector at the address; made if the address names a profile. Null if there is none.
     std::shared_ptr<SimulatedDetector> find(std::string_view address);

@@ -16,6 +16,7 @@
 /// The simulated detector: what the library can tell apart from hardware, and nothing about either transport.
 namespace simulator {
 
+/// What a frame shows.
 enum class Picture {
     Pattern,  ///< every pixel encodes frame number, sensor, row and column
     Phantom,  ///< a plausible radiograph
@@ -23,11 +24,11 @@ enum class Picture {
 
 /// One frame as the detector puts it on the wire.
 struct Frame {
-    std::uint64_t number = 0;  ///< counts exposed frames from 1
-    int width = 0;             ///< pixels per row of the panel image
-    int height = 0;            ///< rows
-    bool complete = true;      ///< false: truncated or failed on the way
-    std::vector<std::uint16_t> pixels;
+    std::uint64_t number = 0;           ///< counts exposed frames from 1
+    int width = 0;                      ///< pixels per row of the panel image
+    int height = 0;                     ///< rows
+    bool complete = true;               ///< false: truncated or failed on the way
+    std::vector<std::uint16_t> pixels;  ///< row after row
 };
 
 /// What became of a frame that the transport was handed.
@@ -55,14 +56,14 @@ public:
     SimulatedDetector(const SimulatedDetector&) = delete;
     SimulatedDetector& operator=(const SimulatedDetector&) = delete;
 
-    const Profile& profile() const;
+    const Profile& profile() const;  ///< what it was made as
 
     /// @name Registers, past the serial port
     /// `sensor` 0 in a write reaches all sensors, n that one; a read of a sensor that the panel lacks gives -1. Faults
     /// of registers strike here too. Settings of the whole panel take force with writes that reach sensor 1.
     /// @{
-    int readRegister(int reg, int sensor = 1);
-    void writeRegister(int reg, std::uint16_t value, int sensor = 0);
+    int readRegister(int reg, int sensor = 1);                         ///< as a read command does
+    void writeRegister(int reg, std::uint16_t value, int sensor = 0);  ///< as a write command does
     /// Sets what the register holds without the effects of a write, also on read-only registers. Register 410 then
     /// reads the value in place of the time that was worked out (0 puts that back), and 418 the value beside its busy
     /// bit.
@@ -74,7 +75,7 @@ public:
     /// order of the commands. While the readout time or the flash memory is being worked on, a read of its status is
     /// answered after 1 ms. Whatever becomes of the reply, the command has had its effect.
     /// @{
-    void serialWrite(std::string_view bytes);
+    void serialWrite(std::string_view bytes);  ///< bytes from the host, whole commands or parts of them
     /// Takes up to `capacity` bytes; waits until `deadline` for the first. Returns how many came.
     std::size_t serialRead(char* buffer, std::size_t capacity, platform::Time deadline);
     /// Drops what has arrived and not been read.
@@ -85,8 +86,7 @@ public:
 
     /// @name Frames
     /// @{
-    /// The level of the trigger input; its rising edge triggers.
-    void setTriggerInput(bool level);
+    void setTriggerInput(bool level);  ///< the level of the trigger input; its rising edge triggers
     /// An edge of the detector's own external trigger connector.
     void injectEdge();
     /// Who takes the frames. It answers what became of the frame; without one frames are lost for no receiver, and
@@ -97,17 +97,15 @@ public:
     void setFrameReceiver(std::function<FrameFate(const Frame&)> receiver);
     /// Moves `count` frames of the ledger from `delivered` to `lostInFlight`.
     void reportDropped(std::uint64_t count);
-    void setPicture(Picture picture);
-    /// Output pixels of a frame under the active binning and region of interest.
-    int frameWidth() const;
-    int frameHeight() const;
-    /// Exposure window and readout time of the active configuration, in ms.
-    double exposureWindowMs() const;
-    double readoutTimeMs() const;
-    Ledger ledger() const;
+    void setPicture(Picture picture);  ///< from the next frame on
+    int frameWidth() const;            ///< output pixels per row under the active binning and region of interest
+    int frameHeight() const;           ///< rows under the active binning and region of interest
+    double exposureWindowMs() const;   ///< of the active configuration
+    double readoutTimeMs() const;      ///< of the active configuration
+    Ledger ledger() const;             ///< where every frame went
     /// @}
 
-    Faults& faults();
+    Faults& faults();  ///< what is made to go wrong
 
     /// The flash memory of a sensor's controller, up to the highest byte ever written; bytes that hold nothing are 255.
     /// Bits are in the order in which the packets brought them. Empty for a sensor that the panel lacks.
@@ -115,9 +113,8 @@ public:
 
     /// @name Settable behaviour, with the start values
     /// @{
-    /// The firmware's clamp of the exposure window; 0.5 on Kestrane electronics but those of model 6213 with firmware
-    /// 11138, else 0.
-    void setMinimumWindowMs(double window);
+    void setMinimumWindowMs(double window);    ///< the firmware's clamp of the exposure window; 0.5 on Kestrane
+                                               ///< electronics but those of model 6213 with firmware 11138, else 0
     void setReadoutTimeSettleMs(double time);  ///< how long register 410 reads 0 after a change; 20
     void setFlashBusyMs(double time);          ///< how long register 418 shows busy after a flash write; 30
     void setBootTimeMs(double time);           ///< silence on the line after power-on; 1000

@@ -199,21 +199,26 @@ int EpixDetector::SerialRead(char* buffer, int capacity) {
     return count;
 }
 
-/// A read that failed may have left the reply on the line: the next command must not take it for its own.
+/// A read or write that failed may have left a reply on the line: the next command must not take it for its own.
 void EpixDetector::dropReplyLeft() {
     constexpr int longestReply = 100;
     constexpr int mostReads = 10;  // a line that never falls silent keeps nobody
     if (!replyLeft.exchange(false)) return;
     std::array<char, longestReply> dropped{};
-    for (int reads = 0; reads < mostReads; ++reads)
-        if (xclibLib->serialRead(xcState, unitMap, serialPort, dropped.data(), longestReply) != longestReply) return;
+    int count = longestReply;
+    for (int reads = 0; reads < mostReads && count > 0; ++reads)
+        count = xclibLib->serialRead(xcState, unitMap, serialPort, dropped.data(), longestReply);
+    if (count < 0) replyLeft = true;
 }
 
 int EpixDetector::SerialWrite(char* buffer, int size) {
     CheckConnected();
     dropReplyLeft();
-    return expectCount(xclibLib->serialWrite(xcState, unitMap, serialPort, buffer, size),
-                       "Problem performing serial write!", "EpixDetector::SerialWrite");
+    replyLeft = true;  // a write that fails may have sent the command all the same
+    const int count = expectCount(xclibLib->serialWrite(xcState, unitMap, serialPort, buffer, size),
+                                  "Problem performing serial write!", "EpixDetector::SerialWrite");
+    replyLeft = false;
+    return count;
 }
 
 void EpixDetector::SoftwareTrigger() {

@@ -64,10 +64,10 @@ bool PleoraDetector::copyIntoRing(int buffer, const std::uint8_t* source, std::u
     return true;
 }
 
+// A `Snap` right behind the last frame of a run may have given it back already.
 PvResult PleoraDetector::releaseFrame() {
     PvBuffer* const buffer = pleoraLib->Buffer_GetBuffer();
-    frameHeld = false;
-    return pleoraLib->Pipeline_ReleaseBuffer(buffer);
+    return frameHeld.exchange(false) ? pleoraLib->Pipeline_ReleaseBuffer(buffer) : PvResult();
 }
 
 void PleoraDetector::giveBackHeldFrame() {
@@ -86,7 +86,7 @@ bool PleoraDetector::retrieveInto(int buffer, int timeoutMs) {
     expect(Test::IsOK, operationResult, snapProblem, here, DerrAcquisition);
     getQorLogger()->info("Acquired frame, copying to local buffer {}", buffer);
     const std::uint8_t* const pixels = pleoraLib->Buffer_GetImagePointer();
-    if (pixels == nullptr) fail(snapProblem, DerrAcquisition, here);
+    if (pixels == nullptr) fail(snapProblem, DerrAcquisition, here, 0, noPixelsText);
     const bool copied = copyIntoRing(buffer, pixels, generation);
     expect(Test::NotFailure, releaseFrame(), releaseProblem, here, DerrAcquisition);
     return copied;

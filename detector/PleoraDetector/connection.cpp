@@ -158,7 +158,8 @@ void PleoraDetector::CloseBrd() {
     commsOpen = false;
     if (handleOpen) CloseDetectorHandle();
     pipelineStopped = frameHeld = false;  // gone with the eBUS objects
-    if (!tornDown.exchange(true)) pleoraLib->deinit();
+    tornDown = true;
+    pleoraLib->deinit();
     tornDown = broughtUp = false;
 }
 
@@ -169,6 +170,7 @@ void PleoraDetector::disableGeneratorOrLetItGo() {
         DisablePulseGenerator();
     } catch (const QuorinException&) {
         if (pleoraLib->Dev_IsConnected()) throw;
+        logSwallowed("while the pulse generator of a device that is gone was disabled");
         softwareTriggerEnabled = true;
         pulseGeneratorEnabled = false;
     }

@@ -33,6 +33,7 @@ void PleoraDetector::updateImageParams() {
     const StoppableGuard lock(acquisitionLock);
     if (IsLive()) StopAcq();
     if (pleoraLib->Pipeline_IsStarted()) {
+        if (!live) giveBackHeldFrame();
         pipelineStopped = true;
         pleoraLib->Pipeline_Stop();
     }
@@ -90,6 +91,8 @@ void PleoraDetector::catchUpOnImageSize() {
 
 /// A start that failed behind a change of size was not reported there: no frame would come, and nobody be told.
 void PleoraDetector::startPipelineAgain() {
+    if (!pipelineStopped) return;
+    const StoppableGuard lock(acquisitionLock);
     if (!pipelineStopped) return;
     if (!pleoraLib->Pipeline_IsStarted())
         expect(Test::IsOK, pleoraLib->Pipeline_Start(), "Problem starting pipeline!",

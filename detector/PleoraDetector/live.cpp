@@ -81,7 +81,8 @@ void PleoraDetector::GoUnLive() {
         joinLiveThread();
         live = false;
     }
-    catchUpOnImageSize();
+    if (sizeChangeOpen) UpdateInterfaceImageSize();
+    attempt("while a live run was ended", [this] { startPipelineAgain(); });  // the next capture tells it
 }
 
 std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
@@ -159,7 +160,7 @@ bool PleoraDetector::takeLiveFrame(int start, int stop) {
     if (!frameResult.IsOK()) giveBackHeldFrame();
     check(Test::IsOK, frameResult, liveProblem, here);
     const std::uint8_t* const pixels = pleoraLib->Buffer_GetImagePointer();
-    if (pixels == nullptr) fail(liveProblem, DerrTransport, here);
+    if (pixels == nullptr) fail(liveProblem, DerrTransport, here, 0, noPixelsText);
     const int previous = capturedBuffer;
     const int next = previous >= stop ? start : previous + 1;
     capturedBuffer = next;

@@ -137,7 +137,7 @@ std::uint32_t baseDetector::CallbackCounterThread(CallbackLoop& loop) {
                                  failure.GetTransportError() == static_cast<int>(platform::waitTimedOut);
             if (noFrame) continue;
             getQorLogger()->info("CALLBACK: Exception {}", failure.what());
-            callbackError = madeOrOutOfMemory([&] { return QuorinException(failure, failure.GetFunctionName()); });
+            callbackError = named(failure, failure.GetFunctionName());
         } catch (const std::exception& failure) {
             if (loop.abandoned) return 0;
             getQorLogger()->info("CALLBACK: EXCEPTION: {}", failure.what());

@@ -168,7 +168,9 @@ float baseDetector::GetFirmwareMinimumExposureWindow() {
         // The firmware clamps a request for 0 to its own minimum.
         const float minimum = SetExposureWindowUntil(
             0.0F, [&](float readBack) { return !equal(readBack, probeWindowMs) && readBack < probeWindowMs; });
-        SetExposureWindowUntil(saved, [&](float readBack) { return equal(readBack, saved); });
+        // A window that was half written when a call failed can lie below what the firmware takes.
+        const float restored = std::max(saved, minimum);
+        SetExposureWindowUntil(restored, [&](float readBack) { return equal(readBack, restored); });
         return minimum;
     } catch (const QuorinException&) {
         fail("Failed to get firmware minimum exposure window", DerrExposure,

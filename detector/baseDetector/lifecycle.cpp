@@ -64,14 +64,15 @@ void baseDetector::openWith(const std::function<void(char*)>& openTransport, boo
 
         std::array<char, 50> text{};
         fmt::format_to_n(text.data(), text.size() - 1, "-DM 0x{}", unit);
+        const bool sizeBeforeFeatures = !binningMode.get() && QueryBinningMode(Bin4x4Flagged) != 1;
         openTransport(text.data());
         frameCapturedEvent = CreateDetectorHandle();
         getSlowed();
         UpdateFeaturesFlags();
-        // The transport asked for the frame size before it was known whether the detector has flagged binning, which
+        // The transport asked for the frame size before it was known whether the detector has flagged binning; 4x4
         // looks like none until then.
-        const bool hasFlagged = QueryBinningMode(Bin2x2Flagged) == 1 || QueryBinningMode(Bin4x4Flagged) == 1;
-        if (hasFlagged && binningMode.get() == Bin1x1 && GetBinningMode() != Bin1x1) UpdateInterfaceImageSize();
+        if (sizeBeforeFeatures && QueryBinningMode(Bin4x4Flagged) == 1 && GetBinningMode() == Bin4x4Flagged)
+            UpdateInterfaceImageSize();
         if (pickTimings) {
             const int firmware = GetFirmwareVersion();
             detectorTimings = createDetectorTimings(GetCachedModelNumber(), transport, firmware);

@@ -167,10 +167,11 @@ protected:
 }  // namespace
 
 TEST_P(Allocations, RefusedInACallLeaveAnObjectThatClosesOpensAndSnaps) {
+    int withAllocations = 0;
     for (const Scenario& scenario : scenarios()) {
         if (scenario.hasThreads && road.isGigE()) continue;
         const long asked = run(scenario, beyondAll, false);
-        EXPECT_GT(asked, 0);
+        if (asked > 0) ++withAllocations;
         for (const bool onward : {false, true})
             for (const long number : numbersUpTo(asked)) {
                 SCOPED_TRACE(std::string(scenario.name) + ", allocation " + std::to_string(number) +
@@ -182,6 +183,7 @@ TEST_P(Allocations, RefusedInACallLeaveAnObjectThatClosesOpensAndSnaps) {
             }
         expectSnaps();
     }
+    EXPECT_GT(withAllocations, 10);
 }
 
 INSTANTIATE_TEST_SUITE_P(Road, Allocations, testing::ValuesIn(support::roads({"6112-kestrane"})),
