@@ -4,13 +4,12 @@
 #include <utility>
 
 #include "QuorinException.h"
-#include "export.h"
 
 /// Throws a `QuorinException`; source line and file come by themselves.
 /// @param function  qualified name of the throwing function, such as "baseDetector::SetGapTime"
-[[noreturn]] QRAPI_EXPORT void fail(const char* message, Derr code, const char* function, int transportError = 0,
-                                    const char* transportMessage = "", int line = __builtin_LINE(),
-                                    const char* file = __builtin_FILE());
+[[noreturn]] void fail(const char* message, Derr code, const char* function, int transportError = 0,
+                       const char* transportMessage = "", int line = __builtin_LINE(),
+                       const char* file = __builtin_FILE());
 
 [[noreturn]] inline void fail(const std::string& message, Derr code, const char* function, int transportError = 0,
                               const char* transportMessage = "", int line = __builtin_LINE(),
@@ -19,7 +18,7 @@
 }
 
 /// The part of a path behind its last slash or backslash.
-QRAPI_EXPORT const char* baseName(const char* path);
+const char* baseName(const char* path);
 
 /// Runs `body`; a `QuorinException` on its way out gets the layer's name added. Others pass unchanged.
 template <class Body>

@@ -7,14 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "export.h"
 #include "platform/threadSafety.h"
 
 inline constexpr const char* bufferRangeText = "The requested buffer is outside of the allocated range!";
 inline constexpr const char* noMemoryText = "Insufficient Memory on system!";
 
 /// A set of equal memory blocks. Locks nothing; index and sizes are checked.
-class QRAPI_EXPORT RAIIBuffer {
+class RAIIBuffer {
 public:
     /// Allocates `count` blocks of `blockSize` bytes; a count of 0 allocates none.
     /// Fails with code 12 if memory is short or a number is negative; nothing stays allocated then.
@@ -51,7 +50,7 @@ private:
 };
 
 /// A buffered file stream for reading or writing raw bytes.
-class QRAPI_EXPORT RAIIFile {
+class RAIIFile {
 public:
     /// Opens the file; fails with code 10.
     RAIIFile(const char* path, bool write);
@@ -97,7 +96,7 @@ private:
 };
 
 /// The calling thread's last system error as "number: text"; empty if it is 0.
-QRAPI_EXPORT std::string GetLastErrorText();
+std::string GetLastErrorText();
 
 /// Rounds to `places` decimals, halves up, in single precision throughout.
-QRAPI_EXPORT float RoundToDecimals(float value, int places);
+float RoundToDecimals(float value, int places);

@@ -1,9 +1,7 @@
 #pragma once
 
-#include "export.h"
-
 /// A rectangle of pixels: start column, start row, width, height.
-class QRAPI_EXPORT ROIArea {
+class ROIArea {
 public:
     /// The empty rectangle at the origin.
     ROIArea() = default;

@@ -6,8 +6,8 @@
 #include <functional>
 #include <stdexcept>
 
-#include "platform/Mutex.h"
-#include "platform/export.h"
+#include "Mutex.h"
+#include "export.h"
 
 /// The only door to clocks, sleeping and timed waits.
 ///

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/export.h"
+#include "export.h"
 
 namespace platform {
 

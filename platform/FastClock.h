@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Clock.h"
-#include "platform/export.h"
+#include "Clock.h"
+#include "export.h"
 
 namespace platform {
 

@@ -3,7 +3,7 @@
 #include <mutex>
 #include <shared_mutex>
 
-#include "platform/threadSafety.h"
+#include "threadSafety.h"
 
 namespace platform {
 

@@ -4,8 +4,8 @@
 #include <map>
 #include <utility>
 
-#include "platform/Clock.h"
-#include "platform/export.h"
+#include "Clock.h"
+#include "export.h"
 
 namespace platform {
 

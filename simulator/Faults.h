@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Mutex.h"
-#include "platform/export.h"
+#include "../platform/Mutex.h"
+#include "../platform/export.h"
 
 namespace simulator {
 

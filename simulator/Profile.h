@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/export.h"
+#include "../platform/export.h"
 
 namespace simulator {
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/export.h"
-#include "simulator/SimulatedDetector.h"
+#include "../platform/export.h"
+#include "SimulatedDetector.h"
 
 namespace simulator {
 

@@ -7,11 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Clock.h"
-#include "platform/export.h"
-#include "simulator/Faults.h"
-#include "simulator/Ledger.h"
-#include "simulator/Profile.h"
+#include "../platform/Clock.h"
+#include "../platform/export.h"
+#include "Faults.h"
+#include "Ledger.h"
+#include "Profile.h"
 
 /// The simulated detector: what the library can tell apart from hardware, and nothing about either transport.
 namespace simulator {

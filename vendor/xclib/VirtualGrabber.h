@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Mutex.h"
-#include "platform/export.h"
-#include "simulator/SimulatedDetector.h"
+#include "../../platform/Mutex.h"
+#include "../../platform/export.h"
+#include "../../simulator/SimulatedDetector.h"
 
 /// The virtual frame grabber: what tests and programs disturb, behind the functions of xcliball.h.
 namespace grabber {
