@@ -1,25 +1,15 @@
 #include "tools/CommandLine.h"
 
-#include <unistd.h>
-
+#include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <map>
 
-#include "platform/DataFolder.h"
-#include "platform/SystemError.h"
+#include "tools/CallLog.h"
+#include "tools/nearest.h"
 #include "tools/run.h"
 
 namespace tool {
 namespace {
-
-/// Where the library writes its log.
-std::string logPath() {
-    const platform::DataFolder folder = platform::localDataFolder();
-    if (folder.result < 0)
-        throw std::runtime_error("the folder of the log can't be told: " + platform::systemErrorText(-folder.result));
-    return folder.path + "/Selvo/QRAPI/qrapi_log.txt";
-}
 
 const std::map<std::string, simulator::Picture>& pictureNames() {
     static const std::map<std::string, simulator::Picture> names{{"pattern", simulator::Picture::Pattern},
@@ -35,31 +25,35 @@ float positive(double value, const std::string& option, const std::string& unit)
     return number;
 }
 
-/// Only where somebody looks: neither in a pipe nor in a file.
-std::ostream* terminalBehind(std::ostream& err) {
-    return &err == &std::cerr && isatty(STDERR_FILENO) == 1 ? &err : nullptr;
-}
-
 }  // namespace
 
 CommandLine::CommandLine() {
     app.set_version_flag("--version", "qrapi " QRAPI_VERSION);
     app.require_subcommand(0, 1);
     app.fallthrough();
-    detectorOption =
+    detectorOption = choices(
         app.add_option("-d,--detector", detector,
                        "The detector: " + std::string(allowedDetectors) + ". Otherwise " + std::string(defaultDetector))
-            ->type_name("D");
+            ->type_name("D"),
+        simulatedDetectors());
+    app.add_flag("--json", json,
+                 "Print one JSON object and nothing else on the standard output; a failure is its member \"error\"");
+    app.add_flag("-q,--quiet", quiet, "Print results and errors, and nothing else");
+    app.add_flag("-v,--verbose", verbose, "Print each call of the library with its time, on the standard error");
     app.add_flag("--log", showLog, "Print the path of the library's log file");
+    choices(app.add_option("--generate", generated, "Print the man page or a shell's completion"), generatedTexts(),
+            true)
+        ->group("");  // for the build
     app.footer(
         "Exit status: 0 success; 1 a call or file failed; 2 bad command line; 130 ended by Ctrl-C (live, pulse run, "
-        "temperature --watch).");
+        "temperature --watch, selftest).");
     addShow();
     addFrames();
     addSettings();
     addRegion();
     addPulses();
     addMaintenance();
+    addService();
 }
 
 CLI::App* CommandLine::addCommand(CLI::App& parent, const std::string& name, const std::string& description,
@@ -69,10 +63,28 @@ CLI::App* CommandLine::addCommand(CLI::App& parent, const std::string& name, con
     return command;
 }
 
+CLI::Option* CommandLine::choices(CLI::Option* option, std::vector<std::string> names, bool checked) {
+    if (checked)
+        option->check([names](const std::string& text) -> std::string {
+            if (std::find(names.begin(), names.end(), text) != names.end()) return {};
+            return "\"" + text + "\" is none" + suggestion(text, names, "allowed is");
+        });
+    completions[option].names = std::move(names);
+    return option;
+}
+
+CLI::Option* CommandLine::fileName(CLI::Option* option) {
+    completions[option].files = true;
+    return option;
+}
+
 void CommandLine::addPreparation(CLI::App& command, bool withPulses) {
-    command.add_option("--set", changes, "Change a setting after the open; repeatable (qrapi set --help lists them)")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false);
+    choices(
+        command
+            .add_option("--set", changes, "Change a setting after the open; repeatable (qrapi set --help lists them)")
+            ->type_name("NAME=VALUE")
+            ->allow_extra_args(false),
+        assignmentChoices());
     command.add_option("--roi", region, "Set the region of interest after that and turn it on")->type_name("W,H[,ROW]");
     if (!withPulses) return;
     command.add_option("--pulse", pulseHz, "Let the pulse generator run, up to 500, below it on Camera Link")
@@ -87,44 +99,47 @@ void CommandLine::addExposure(CLI::App& command) {
 }
 
 void CommandLine::addPicture(CLI::App& command) {
-    command.add_option("--picture", picture, "What a simulated detector sees: pattern or phantom")->type_name("NAME");
+    std::vector<std::string> names;
+    for (const auto& [name, value] : pictureNames()) names.push_back(name);
+    choices(command.add_option("--picture", picture, "What a simulated detector sees: pattern or phantom")
+                ->type_name("NAME"),
+            names);
 }
 
 void CommandLine::addShow() {
-    addCommand(app, "list", "List the simulated detectors", [](const Streams& streams) {
-        list(streams.out);
+    addCommand(app, "list", "List the simulated detectors", [](Output& told) {
+        list(told);
         return exitSuccess;
     });
     CLI::App* const command =
-        addCommand(app, "info", "Open a detector and print what it is and can do", [this](const Streams& streams) {
-            info({preparation(streams.err), json}, streams.out);
+        addCommand(app, "info", "Open a detector and print what it is and can do", [this](Output& told) {
+            info(preparation(told), told);
             return exitSuccess;
         });
-    command->add_flag("--json", json, "Print JSON");
     addPreparation(*command);
 }
 
 void CommandLine::addFrames() {
     CLI::App* const snapCommand =
         addCommand(app, "snap", "Take single frames and write them to a TIFF file, one page each",
-                   [this](const Streams& streams) { return doSnap(streams); });
+                   [this](Output& told) { return doSnap(told); });
     addExposure(*snapCommand);
     snapCommand->add_option("--count", count, "Number of frames; otherwise 1")->type_name("N");
     addPicture(*snapCommand);
-    snapCommand->add_option("--output", output, "The file to write")->type_name("FILE")->required();
+    fileName(snapCommand->add_option("--output", output, "The file to write")->type_name("FILE")->required());
     addPreparation(*snapCommand);
 
     CLI::App* const liveCommand = addCommand(app, "live", "Take the frames of a live run and write them as they come",
-                                             [this](const Streams& streams) { return doLive(streams); });
+                                             [this](Output& told) { return doLive(told); });
     addExposure(*liveCommand);
     liveCommand->add_option("--count", count, "Number of frames")->type_name("N")->required();
     addPicture(*liveCommand);
-    liveCommand
-        ->add_option("--output", output,
-                     "The TIFF file to write, one page each, or an existing directory: one file each, "
-                     "frame_000001.tif and so on")
-        ->type_name("FILE|DIR")
-        ->required();
+    fileName(liveCommand
+                 ->add_option("--output", output,
+                              "The TIFF file to write, one page each, or an existing directory: one file each, "
+                              "frame_000001.tif and so on")
+                 ->type_name("FILE|DIR")
+                 ->required());
     liveCommand->add_flag("--callback", callback, "Take the frames by the library's callback in place of waiting");
     addPreparation(*liveCommand);
     liveCommand->footer(
@@ -134,17 +149,16 @@ void CommandLine::addFrames() {
 }
 
 void CommandLine::addSettings() {
-    CLI::App* const getCommand = addCommand(app, "get", "Print settings as \"set\" takes them",
-                                            [this](const Streams& streams) { return doGet(streams); });
-    getCommand->add_option("NAME", names, "The settings to print; otherwise all");
-    getCommand->add_flag("--json", json, "Print JSON");
+    CLI::App* const getCommand =
+        addCommand(app, "get", "Print settings as \"set\" takes them", [this](Output& told) { return doGet(told); });
+    choices(getCommand->add_option("NAME", names, "The settings to print; otherwise all"), settingNames());
     addPreparation(*getCommand);
     getCommand->footer(settingsHelp());
 
     CLI::App* const setCommand =
         addCommand(app, "set", "Change settings in the order given and print what the detector made of them",
-                   [this](const Streams& streams) { return doSet(streams); });
-    setCommand->add_option("NAME=VALUE", assignments, "What to change")->required();
+                   [this](Output& told) { return doSet(told); });
+    choices(setCommand->add_option("NAME=VALUE", assignments, "What to change")->required(), assignmentChoices());
     addPreparation(*setCommand);
     setCommand->footer(settingsHelp() +
                        "\nA simulated detector lives as long as the command: give the settings that a command needs "
@@ -156,8 +170,7 @@ void CommandLine::addRegion() {
     roiCommand->require_subcommand(1);
     addPreparation(*roiCommand);
     const auto add = [&](const std::string& name, const std::string& description, const Change& change) {
-        return addCommand(*roiCommand, name, description,
-                          [this, change](const Streams& streams) { return doRoi(streams, change); });
+        return addCommand(*roiCommand, name, description, [this, change](Output& told) { return doRoi(told, change); });
     };
     add("show", "Print it", [](QuorinDetector&) {});
     CLI::App* const setCommand = add("set", "Set it; it takes effect when it is on", [this](QuorinDetector& opened) {
@@ -171,11 +184,9 @@ void CommandLine::addRegion() {
     add("on", "Turn it on; turns legacy timing and slice interlacing off",
         [](QuorinDetector& opened) { opened.SetROIEnabled(true); });
     add("off", "Turn it off", [](QuorinDetector& opened) { opened.SetROIEnabled(false); });
-    add("margin", "Turn the margin around it on or off",
-        [this](QuorinDetector& opened) { opened.SetROIMarginEnabled(margin == "on"); })
-        ->add_option("STATE", margin, "on or off")
-        ->required()
-        ->check(CLI::IsMember({"on", "off"}));
+    CLI::App* const marginCommand = add("margin", "Turn the margin around it on or off",
+                                        [this](QuorinDetector& opened) { opened.SetROIMarginEnabled(margin == "on"); });
+    choices(marginCommand->add_option("STATE", margin, "on or off")->required(), {"on", "off"}, true);
 }
 
 void CommandLine::addPulses() {
@@ -188,7 +199,7 @@ void CommandLine::addPulses() {
         "without them.");
     const auto add = [&](const std::string& name, const std::string& description, PulseAction action) {
         return addCommand(*pulseCommand, name, description,
-                          [this, action](const Streams& streams) { return doPulse(streams, action); });
+                          [this, action](Output& told) { return doPulse(told, action); });
     };
     const auto addFrequency = [this](CLI::App& command) {
         command.add_option("HZ", frequencyHz, "The frequency, up to 500, below it on Camera Link")->required();
@@ -201,23 +212,37 @@ void CommandLine::addPulses() {
     run->add_option("--for", seconds, "How long")->type_name("SECONDS")->required();
     add("hold", "Hold its pulses back", PulseAction::Hold);
 
-    addPreparation(*addCommand(app, "trigger", "Send one trigger edge by software", [this](const Streams& streams) {
-        trigger(preparation(streams.err), streams.out);
+    addPreparation(*addCommand(app, "trigger", "Send one trigger edge by software", [this](Output& told) {
+        trigger(preparation(told), told);
         return exitSuccess;
     }));
 }
 
-DetectorAddress CommandLine::detectorOrDefault(std::ostream& err) const {
-    if (detectorOption->count() == 0) {
-        err << "detector: " << defaultDetector << " (none was named)\n";
-        return parseDetectorAddress(defaultDetector).value();
+std::optional<DetectorAddress> CommandLine::detectorAddress() const {
+    const std::string& named = address.empty() ? detector : address;
+    return parseDetectorAddress(named.empty() ? defaultDetector : named);
+}
+
+DetectorAddress CommandLine::detectorOrDefault(Output& told) const {
+    const bool isOption = detectorOption->count() > 0;
+    if (isOption && !address.empty())
+        throw UsageError("ADDRESS: the detector is named twice, by ADDRESS and by --detector; once is enough");
+    if (!isOption && address.empty())
+        told.remarks() << "detector: " << defaultDetector << " (none was named)\n";
+    else if (isOption && detector.empty())
+        throw UsageError("--detector: it is empty; allowed is " + std::string(allowedDetectors));
+    const std::optional<DetectorAddress> parsed = detectorAddress();
+    if (!parsed) {
+        const std::string& named = isOption ? detector : address;
+        const std::string guess =
+            parseDetectorAddress("ge:" + named) ? "; did you mean \"ge:" + named + "\"? A" : "; a";
+        throw UsageError(std::string(isOption ? "--detector: " : "ADDRESS: ") + named + " is none" + guess +
+                         "llowed is " + std::string(allowedDetectors));
     }
-    const std::optional<DetectorAddress> parsed = parseDetectorAddress(detector);
-    if (!parsed) throw UsageError("--detector: " + detector + " is none; allowed is " + std::string(allowedDetectors));
     return *parsed;
 }
 
-Preparation CommandLine::preparation(std::ostream& err) const {
+Preparation CommandLine::preparation(Output& told) const {
     Preparation asked;
     for (const std::string& change : changes) asked.changes.push_back(parseAssignment(change).change);
     if (!region.empty()) {
@@ -232,7 +257,7 @@ Preparation CommandLine::preparation(std::ostream& err) const {
             throw UsageError("--picture: " + picture + " is none; allowed is pattern or phantom");
         asked.picture = named->second;
     }
-    asked.detector = detectorOrDefault(err);
+    asked.detector = detectorOrDefault(told);
     if (asked.picture && !asked.detector.isSimulated())
         throw UsageError("--picture: only simulated detectors (ge:sim:... and cl:...) let their picture be chosen");
     return asked;
@@ -243,42 +268,41 @@ int CommandLine::checkedCount() const {
     return count;
 }
 
-int CommandLine::doSnap(const Streams& streams) const {
+int CommandLine::doSnap(Output& told) const {
     const int frames = checkedCount();
-    snap({preparation(streams.err), frames, output}, streams.out);
+    snap({preparation(told), frames, output}, told);
     return exitSuccess;
 }
 
-int CommandLine::doLive(const Streams& streams) const {
+int CommandLine::doLive(Output& told) const {
     const int frames = checkedCount();
-    return live({preparation(streams.err), frames, output, callback}, streams.out, terminalBehind(streams.err));
+    return live({preparation(told), frames, output, callback}, told);
 }
 
-int CommandLine::doGet(const Streams& streams) const {
+int CommandLine::doGet(Output& told) const {
     GetRequest request;
     for (const std::string& name : names) request.settings.push_back(&findSetting(name));
     if (names.empty())
         for (const Setting& setting : settings()) request.settings.push_back(&setting);
-    request.json = json;
-    request.preparation = preparation(streams.err);
-    get(request, streams.out);
+    request.preparation = preparation(told);
+    get(request, told);
     return exitSuccess;
 }
 
-int CommandLine::doSet(const Streams& streams) const {
+int CommandLine::doSet(Output& told) const {
     SetRequest request;
     for (const std::string& text : assignments) request.assignments.push_back(parseAssignment(text));
-    request.preparation = preparation(streams.err);
-    set(request, streams.out);
+    request.preparation = preparation(told);
+    set(request, told);
     return exitSuccess;
 }
 
-int CommandLine::doRoi(const Streams& streams, const Change& change) const {
-    roi({preparation(streams.err), change}, streams.out);
+int CommandLine::doRoi(Output& told, const Change& change) const {
+    roi({preparation(told), change}, told);
     return exitSuccess;
 }
 
-int CommandLine::doPulse(const Streams& streams, PulseAction action) const {
+int CommandLine::doPulse(Output& told, PulseAction action) const {
     PulseRequest request;
     request.action = action;
     if (action == PulseAction::On || action == PulseAction::Run)
@@ -289,24 +313,16 @@ int CommandLine::doPulse(const Streams& streams, PulseAction action) const {
         request.duration = std::chrono::duration_cast<std::chrono::nanoseconds>(
             std::chrono::duration<double>(positive(seconds, "--for", "seconds")));
     }
-    request.preparation = preparation(streams.err);
-    return pulse(request, streams.out);
+    request.preparation = preparation(told);
+    return pulse(request, told);
 }
 
-int CommandLine::execute(std::ostream& out, std::ostream& err) const {
-    const bool hasCommand = !app.get_subcommands().empty();
-    if (showLog == hasCommand) {
-        if (showLog) throw UsageError("--log stands alone, without a command");
-        throw UsageError(
-            "a command is needed, such as list, info, snap, live, get or set (qrapi --help lists them all)");
-    }
-    if (showLog) {
-        out << logPath() << "\n";
-        return exitSuccess;
-    }
-    for (const Command& command : commands)
-        if (command.declared->parsed()) return command.action({out, err});
-    throw std::logic_error("a command has no action");
+int CommandLine::execute(Output& told) const {
+    if (quiet && verbose) throw UsageError("--quiet and --verbose: only one of them makes sense");
+    told.isJson = json;
+    told.isQuiet = quiet;
+    const std::optional<CallLog> log = verbose ? std::make_optional<CallLog>(told.errors()) : std::nullopt;
+    return runCommand(told);
 }
 
 }  // namespace tool

@@ -2,11 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
-#include <iosfwd>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/Output.h"
 #include "tools/commands.h"
+#include "tools/generate.h"
 #include "tools/maintenance.h"
 
 namespace tool {
@@ -19,16 +22,15 @@ public:
     CommandLine& operator=(const CommandLine&) = delete;
 
     /// After the parsing: does what was asked for and answers with the exit status.
-    int execute(std::ostream& out, std::ostream& err) const;
+    int execute(Output& told) const;
+
+    /// The detector that the command line names, or the default; nothing if it names none that could be.
+    std::optional<DetectorAddress> detectorAddress() const;
 
     CLI::App app{"Drives image detectors: what they are, their settings, and frames from them.", "qrapi"};
 
 private:
-    struct Streams {
-        std::ostream& out;
-        std::ostream& err;
-    };
-    using Action = std::function<int(const Streams&)>;
+    using Action = std::function<int(Output&)>;
 
     CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& description, Action action);
     void addPreparation(CLI::App& command, bool withPulses = true);
@@ -41,20 +43,29 @@ private:
     void addPulses();
     void addMaintenance();
     void addRegisters();
+    void addService();
+    void addAddress(CLI::App& command);
 
-    Preparation preparation(std::ostream& err) const;
-    DetectorAddress detectorOrDefault(std::ostream& err) const;
+    /// What a shell offers for the option; `checked` refuses anything else.
+    CLI::Option* choices(CLI::Option* option, std::vector<std::string> names, bool checked = false);
+    CLI::Option* fileName(CLI::Option* option);
+
+    Preparation preparation(Output& told) const;
+    DetectorAddress detectorOrDefault(Output& told) const;
     int checkedCount() const;
-    int doSnap(const Streams& streams) const;
-    int doLive(const Streams& streams) const;
-    int doGet(const Streams& streams) const;
-    int doSet(const Streams& streams) const;
-    int doRoi(const Streams& streams, const Change& change) const;
+    int doSnap(Output& told) const;
+    int doLive(Output& told) const;
+    int doGet(Output& told) const;
+    int doSet(Output& told) const;
+    int doRoi(Output& told, const Change& change) const;
     bool sensorGiven() const;
-    RegisterRequest registerRequest(const Streams& streams, int lowestSensor) const;
-    int doTemperature(const Streams& streams) const;
-    int doUpload(const Streams& streams) const;
-    int doPulse(const Streams& streams, PulseAction action) const;
+    RegisterRequest registerRequest(Output& told, int lowestSensor) const;
+    int doTemperature(Output& told) const;
+    int doUpload(Output& told) const;
+    int doSelftest(Output& told) const;
+    int doReport(Output& told) const;
+    int runCommand(Output& told) const;
+    int doPulse(Output& told, PulseAction action) const;
 
     struct Command {
         CLI::App* declared;
@@ -62,10 +73,17 @@ private:
     };
     std::vector<Command> commands;  ///< a command within a command stands behind it
 
+    std::map<const CLI::Option*, Completion> completions;
+
     std::string detector;
+    std::string address;  ///< the detector as an argument of its own
     CLI::Option* detectorOption = nullptr;
     bool showLog = false;
     bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+    std::string generated;
+    int logLines = 500;
     bool callback = false;
     std::vector<double> exposureMs;  ///< one at most, none if not given
     int count = 1;

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <iostream>
 
 #include "tools/CommandLine.h"
@@ -22,8 +20,8 @@ void checkRange(const char* name, int value, int lowest, int highest) {
 }  // namespace
 
 void CommandLine::addMaintenance() {
-    CLI::App* const temperatureCommand = addCommand(app, "temperature", "Print temperatures",
-                                                    [this](const Streams& streams) { return doTemperature(streams); });
+    CLI::App* const temperatureCommand =
+        addCommand(app, "temperature", "Print temperatures", [this](Output& told) { return doTemperature(told); });
     sensorOptions.push_back(temperatureCommand->add_option(
         "--sensor", sensor, "The sensor, from 1 on; one more than there are is the auxiliary probe. Otherwise all"));
     watchOption = temperatureCommand->add_option("--watch", seconds, "Print again after this time, until Ctrl-C")
@@ -33,30 +31,28 @@ void CommandLine::addMaintenance() {
     CLI::App* const powerCommand = app.add_subcommand("power", "Switch the detector's power");
     powerCommand->require_subcommand(1);
     const auto addPower = [&](const char* name, const char* description, PowerAction action) {
-        addCommand(*powerCommand, name, description, [this, action](const Streams& streams) {
-            power(preparation(streams.err), action, streams.out);
+        addCommand(*powerCommand, name, description, [this, action](Output& told) {
+            power(preparation(told), action, told);
             return exitSuccess;
         });
     };
     addPower("on", "Switch it on; the detector comes up with its power-on settings", PowerAction::On);
     addPower("off", "Switch it off, on Kestrane electronics to low power", PowerAction::Off);
     addPower("reset", "Switch it off and on again", PowerAction::Reset);
-    addCommand(*powerCommand, "interface", "Switch a detector's Camera Link interface on or off",
-               [this](const Streams& streams) {
-                   powerInterface(preparation(streams.err), interfaceState == "on", streams.out);
-                   return exitSuccess;
-               })
-        ->add_option("STATE", interfaceState, "on or off")
-        ->required()
-        ->check(CLI::IsMember({"on", "off"}));
+    CLI::App* const interfaceCommand = addCommand(
+        *powerCommand, "interface", "Switch a detector's Camera Link interface on or off", [this](Output& told) {
+            powerInterface(preparation(told), interfaceState == "on", told);
+            return exitSuccess;
+        });
+    choices(interfaceCommand->add_option("STATE", interfaceState, "on or off")->required(), {"on", "off"}, true);
 
     addCommand(app, "persistent-ip", "Set the network address that a GigE detector keeps for itself",
-               [this](const Streams& streams) {
+               [this](Output& told) {
                    const auto address = parseNetworkAddress(networkAddress);
                    if (!address)
                        throw UsageError("A.B.C.D: " + networkAddress +
                                         " is none; allowed are four numbers of 0 to 255 with points between");
-                   setPersistentAddress(preparation(streams.err), *address, streams.out);
+                   setPersistentAddress(preparation(told), *address, told);
                    return exitSuccess;
                })
         ->add_option("A.B.C.D", networkAddress, "The address, such as 192.168.1.20")
@@ -64,19 +60,19 @@ void CommandLine::addMaintenance() {
 
     CLI::App* const configCommand = app.add_subcommand("config", "Sensor configuration files");
     configCommand->require_subcommand(1);
-    CLI::App* const loadCommand = addCommand(
-        *configCommand, "load", "Check every line of a file, then send its commands", [this](const Streams& streams) {
-            return loadConfiguration({preparation(streams.err), inputFile, checkOnly}, streams.out);
+    CLI::App* const loadCommand =
+        addCommand(*configCommand, "load", "Check every line of a file, then send its commands", [this](Output& told) {
+            return loadConfiguration({preparation(told), inputFile, checkOnly}, told);
         });
-    loadCommand->add_option("FILE", inputFile, "The file: one serial command a line")->required();
+    fileName(loadCommand->add_option("FILE", inputFile, "The file: one serial command a line")->required());
     loadCommand->add_flag("--check", checkOnly, "Send nothing; print FILE:LINE: reason for each line that is refused");
 
     CLI::App* const firmwareCommand = app.add_subcommand("firmware", "Firmware of the sensors' controllers");
     firmwareCommand->require_subcommand(1);
     CLI::App* const uploadCommand =
         addCommand(*firmwareCommand, "upload", "Erase a sensor's flash memory and write a firmware image into it",
-                   [this](const Streams& streams) { return doUpload(streams); });
-    uploadCommand->add_option("FILE", inputFile, "The firmware image")->required();
+                   [this](Output& told) { return doUpload(told); });
+    fileName(uploadCommand->add_option("FILE", inputFile, "The firmware image")->required());
     sensorOptions.push_back(uploadCommand->add_option("--sensor", sensor, "The sensor, 0 to 9")->required());
     uploadCommand->add_flag("--yes", yes, "Do not ask before the erase");
     uploadCommand->add_flag("--dry-run", dryRun, "Show what would be sent, and do nothing");
@@ -88,10 +84,10 @@ void CommandLine::addRegisters() {
     CLI::App* const registerCommand = app.add_subcommand("register", "The detector's registers");
     registerCommand->require_subcommand(1);
     const auto add = [&](const char* name, const char* description, int lowestSensor,
-                         void (*action)(const RegisterRequest&, std::ostream&)) {
+                         void (*action)(const RegisterRequest&, Output&)) {
         CLI::App* const command =
-            addCommand(*registerCommand, name, description, [this, lowestSensor, action](const Streams& streams) {
-                action(registerRequest(streams, lowestSensor), streams.out);
+            addCommand(*registerCommand, name, description, [this, lowestSensor, action](Output& told) {
+                action(registerRequest(told, lowestSensor), told);
                 return exitSuccess;
             });
         sensorOptions.push_back(command->add_option(
@@ -107,8 +103,8 @@ void CommandLine::addRegisters() {
     add("dump", "Print the registers that the library knows", 1, dumpRegisters);
 
     addCommand(app, "send", "Send a serial command and print the reply",
-               [this](const Streams& streams) {
-                   sendCommand(preparation(streams.err), serialCommand, streams.out);
+               [this](Output& told) {
+                   sendCommand(preparation(told), serialCommand, told);
                    return exitSuccess;
                })
         ->add_option("COMMAND", serialCommand, "Up to 23 characters")
@@ -121,15 +117,15 @@ bool CommandLine::sensorGiven() const {
     return false;
 }
 
-RegisterRequest CommandLine::registerRequest(const Streams& streams, int lowestSensor) const {
+RegisterRequest CommandLine::registerRequest(Output& told, int lowestSensor) const {
     const int asked = sensorGiven() ? sensor : lowestSensor;
     checkRange("--sensor", asked, lowestSensor, highestSensor);
     checkRange("N", number, 0, highestRegister);
     checkRange("VALUE", value, 0, highestValue);
-    return {preparation(streams.err), number, asked, value};
+    return {preparation(told), number, asked, value};
 }
 
-int CommandLine::doTemperature(const Streams& streams) const {
+int CommandLine::doTemperature(Output& told) const {
     constexpr double longestPause = 86400;
     TemperatureRequest request;
     if (sensorGiven()) request.sensor = sensor;
@@ -138,15 +134,14 @@ int CommandLine::doTemperature(const Streams& streams) const {
             throw UsageError("--watch: must be a number of seconds above 0, at most 86400");
         request.watchSeconds = seconds;
     }
-    request.preparation = preparation(streams.err);
-    return temperature(request, streams.out);
+    request.preparation = preparation(told);
+    return temperature(request, told);
 }
 
-int CommandLine::doUpload(const Streams& streams) const {
+int CommandLine::doUpload(Output& told) const {
     checkRange("--sensor", sensor, 0, highestSensor);
-    const bool terminal = &streams.err == &std::cerr && isatty(STDERR_FILENO) == 1;
-    return uploadFirmware({preparation(streams.err), inputFile, sensor, yes, dryRun}, std::cin, streams.out,
-                          streams.err, terminal ? &streams.err : nullptr);
+    if (told.isJson && !yes && !dryRun) throw UsageError("--json: nothing can be asked then; add --yes or --dry-run");
+    return uploadFirmware({preparation(told), inputFile, sensor, yes, dryRun}, std::cin, told);
 }
 
 }  // namespace tool

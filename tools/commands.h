@@ -1,12 +1,12 @@
 #pragma once
 
 #include <chrono>
-#include <iosfwd>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tools/Output.h"
 #include "tools/preparation.h"
 #include "tools/settings.h"
 
@@ -17,11 +17,6 @@ namespace tool {
 class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
-};
-
-struct InfoRequest {
-    Preparation preparation;
-    bool json = false;
 };
 
 struct SnapRequest {
@@ -40,7 +35,6 @@ struct LiveRequest {
 struct GetRequest {
     Preparation preparation;
     std::vector<const Setting*> settings;
-    bool json = false;
 };
 
 struct SetRequest {
@@ -63,33 +57,37 @@ struct PulseRequest {
 };
 
 /// Prints the simulated detectors and what each is.
-void list(std::ostream& out);
+void list(Output& output);
+
+/// What an open detector is and can do.
+Json describeDetector(const QuorinDetector& detector);
+/// One line per value; the keys of an inner object are indented below its name.
+void printFacts(const Json& facts, std::ostream& out);
 
 /// Opens a detector and prints what it is and can do.
-void info(const InfoRequest& request, std::ostream& out);
+void info(const Preparation& preparation, Output& output);
 
 /// Takes frames and writes them to a TIFF file, one page each. Leaves no file behind if anything fails.
-void snap(const SnapRequest& request, std::ostream& out);
+void snap(const SnapRequest& request, Output& output);
 
 /// Takes the frames of one live run and writes them as they come. An interrupt ends the run; the frames before it are
 /// written. A failure leaves no file, in a directory the files that are whole.
-/// @param terminal  where a progress bar goes, or null
-/// @return          `exitSuccess` or `exitInterrupted`
-int live(const LiveRequest& request, std::ostream& out, std::ostream* terminal);
+/// @return  `exitSuccess` or `exitInterrupted`
+int live(const LiveRequest& request, Output& output);
 
 /// Prints settings as `set` takes them.
-void get(const GetRequest& request, std::ostream& out);
+void get(const GetRequest& request, Output& output);
 
 /// Changes settings in the order given, then prints what the detector made of them.
-void set(const SetRequest& request, std::ostream& out);
+void set(const SetRequest& request, Output& output);
 
 /// Changes the region of interest and prints it.
-void roi(const RoiRequest& request, std::ostream& out);
+void roi(const RoiRequest& request, Output& output);
 
 /// Drives the pulse generator. Returns as `live` does.
-int pulse(const PulseRequest& request, std::ostream& out);
+int pulse(const PulseRequest& request, Output& output);
 
 /// Sends one trigger edge by software.
-void trigger(const Preparation& preparation, std::ostream& out);
+void trigger(const Preparation& preparation, Output& output);
 
 }  // namespace tool

@@ -13,10 +13,10 @@ namespace tool {
 namespace {
 
 /// Prints the lines that a detector would not be sent, with their numbers. Returns how many there are.
-int reportRefusedLines(const ConfigRequest& request, std::ostream& out) {
+int reportRefusedLines(const ConfigRequest& request, Output& output) {
+    Json& refusedLines = output.facts["refused_lines"] = Json::array();
     std::ifstream file(request.file, std::ios::binary);
-    if (!file || std::filesystem::is_directory(request.file))
-        throw std::runtime_error(request.file + ": the file can't be read");
+    if (!file || std::filesystem::is_directory(request.file)) throw std::runtime_error(unreadable(request.file));
     std::size_t passed = 0;
     const auto nextByte = [&](char& byte) {
         if (!file.get(byte)) return false;
@@ -29,9 +29,10 @@ int reportRefusedLines(const ConfigRequest& request, std::ostream& out) {
         if (ClassifyConfigLine(*line, request.preparation.detector.transport == TransportGE).kind !=
             ConfigLineKind::Refused)
             continue;
-        out << request.file << ":" << number
-            << (line->front() == '\n' ? ": an empty line is no command and no comment\n"
-                                      : ": a command begins with W or R, a comment with #\n");
+        const char* const reason = line->front() == '\n' ? "an empty line is no command and no comment"
+                                                         : "a command begins with W or R, a comment with #";
+        output.text() << request.file << ":" << number << ": " << reason << "\n";
+        refusedLines.push_back({{"line", number}, {"reason", reason}});
         ++refused;
     }
     return refused;
@@ -39,14 +40,23 @@ int reportRefusedLines(const ConfigRequest& request, std::ostream& out) {
 
 }  // namespace
 
-int loadConfiguration(const ConfigRequest& request, std::ostream& out) {
-    if (reportRefusedLines(request, out) > 0) return exitFailedCall;
+std::string unreadable(const std::string& file) {
+    std::error_code unseen;
+    if (!std::filesystem::exists(file, unseen)) return file + ": there is no such file";
+    if (std::filesystem::is_directory(file, unseen)) return file + ": is a directory; a file is needed";
+    return file + ": the file can't be read; look at its rights";
+}
+
+int loadConfiguration(const ConfigRequest& request, Output& output) {
+    output.facts = {{"file", request.file}, {"loaded", false}};
+    if (reportRefusedLines(request, output) > 0) return exitFailedCall;
     if (request.checkOnly) return exitSuccess;
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
     detector.LoadSensorConfigFile(request.file.c_str());
     detector.CloseBoard();
-    out << request.file << ": loaded\n";
+    output.facts["loaded"] = true;
+    output.news() << request.file << ": loaded\n";
     return exitSuccess;
 }
 

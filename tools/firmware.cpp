@@ -2,6 +2,7 @@
 #include <qrapi/maintenance.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -84,19 +85,29 @@ private:
 std::vector<std::uint8_t> readImage(const std::string& name) {
     std::ifstream file(name, std::ios::binary);
     std::vector<std::uint8_t> image;
-    if (file) image.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    if (!file) throw std::runtime_error(name + ": the file can't be read");
+    if (!file || std::filesystem::is_directory(name)) throw std::runtime_error(unreadable(name));
+    image.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    if (!file) throw std::runtime_error(unreadable(name));
     return image;
 }
 
-void describe(const FirmwareRequest& request, const std::vector<std::uint8_t>& image, std::ostream& out) {
+void describe(const FirmwareRequest& request, const std::vector<std::uint8_t>& image, Output& output) {
     const std::size_t blocks = CountFirmwareBlocks(image);
     std::ostringstream checksum;
     checksum << "0x" << std::hex << std::uppercase << std::setw(2) << std::setfill('0')
              << static_cast<int>(FirmwareChecksum(image.data(), blocks * firmwareBlockSize));
-    out << request.file << ": " << image.size() << " bytes, " << blocks << " blocks of " << firmwareBlockSize
-        << " bytes will be sent to sensor " << request.sensor << ", " << image.size() - blocks * firmwareBlockSize
-        << " bytes at the end will not; checksum " << checksum.str() << " (exclusive or of what is sent)\n";
+    const std::size_t unsent = image.size() - blocks * firmwareBlockSize;
+    output.text() << request.file << ": " << image.size() << " bytes, " << blocks << " blocks of " << firmwareBlockSize
+                  << " bytes will be sent to sensor " << request.sensor << ", " << unsent
+                  << " bytes at the end will not; checksum " << checksum.str() << " (exclusive or of what is sent)\n";
+    output.facts = {{"file", request.file},
+                    {"sensor", request.sensor},
+                    {"size_bytes", image.size()},
+                    {"blocks", blocks},
+                    {"block_bytes", firmwareBlockSize},
+                    {"unsent_bytes", unsent},
+                    {"checksum", checksum.str()},
+                    {"written_blocks", 0}};
 }
 
 /// What the flash memory holds after a failure, and what to do.
@@ -120,18 +131,18 @@ bool confirmed(std::istream& in, std::ostream& out) {
 
 }  // namespace
 
-int uploadFirmware(const FirmwareRequest& request, std::istream& in, std::ostream& out, std::ostream& err,
-                   std::ostream* terminal) {
+int uploadFirmware(const FirmwareRequest& request, std::istream& in, Output& output) {
     const std::vector<std::uint8_t> image = readImage(request.file);
     const std::size_t blocks = CountFirmwareBlocks(image);
-    describe(request, image, out);
+    describe(request, image, output);
     if (request.dryRun) return exitSuccess;
-    if (!request.yes && !confirmed(in, out)) {
-        out << "nothing was done\n";
+    if (!request.yes && !confirmed(in, output.text())) {
+        output.text() << "nothing was done\n";
         return exitFailedCall;
     }
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
+    std::ostream* const terminal = output.terminal();
     UploadProgress progress(blocks, terminal);
     try {
         const OutputTaken taken(progress);
@@ -140,11 +151,14 @@ int uploadFirmware(const FirmwareRequest& request, std::istream& in, std::ostrea
         if (terminal != nullptr) *terminal << "\n";
         const bool refusedAtOnce =
             std::string_view(failure.what()).rfind("Received error from flash erase command", 0) == 0;
-        err << aftermath(progress, blocks, refusedAtOnce) << "\n";
+        output.facts["written_blocks"] = progress.written;
+        output.facts["flash_memory"] = aftermath(progress, blocks, refusedAtOnce);
+        if (!output.isJson) output.errors() << aftermath(progress, blocks, refusedAtOnce) << "\n";
         throw;
     }
     if (terminal != nullptr) *terminal << "\n";
-    out << blocks << " blocks written to sensor " << request.sensor << "\n";
+    output.facts["written_blocks"] = blocks;
+    output.news() << blocks << " blocks written to sensor " << request.sensor << "\n";
     detector.CloseBoard();
     return exitSuccess;
 }

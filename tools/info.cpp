@@ -10,8 +10,6 @@
 namespace tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 /// What a capability query answers: true, false, or null where the detector doesn't tell.
 Json capability(int answer) {
     if (answer < 0) return nullptr;
@@ -48,7 +46,9 @@ Json capabilitiesOf(const QuorinDetector& detector) {
     };
 }
 
-Json describe(const QuorinDetector& detector) {
+}  // namespace
+
+Json describeDetector(const QuorinDetector& detector) {
     constexpr int kestraneElectronics = 2;
     int firstBuild = 0;
     int secondBuild = 0;
@@ -77,6 +77,8 @@ Json describe(const QuorinDetector& detector) {
     };
 }
 
+namespace {
+
 /// The text of one value for people: the capabilities' true, false and null as words.
 std::string inWords(const Json& value) {
     if (value.is_null()) return "not reported";
@@ -88,15 +90,14 @@ std::string inWords(const Json& value) {
     return all;
 }
 
-/// One line per value; the keys of an inner object are indented below its name.
-void printText(const Json& facts, std::ostream& out, int indent = 0) {
+void printIndented(const Json& facts, std::ostream& out, int indent) {
     constexpr int valueColumn = 34;
     constexpr int indentStep = 2;
     for (const auto& [key, value] : facts.items()) {
         out << std::string(static_cast<std::size_t>(indent), ' ');
         if (value.is_object()) {
             out << key << "\n";
-            printText(value, out, indent + indentStep);
+            printIndented(value, out, indent + indentStep);
         } else {
             out << std::left << std::setw(valueColumn - indent) << key << inWords(value) << "\n";
         }
@@ -105,17 +106,17 @@ void printText(const Json& facts, std::ostream& out, int indent = 0) {
 
 }  // namespace
 
-void info(const InfoRequest& request, std::ostream& out) {
-    QuorinDetector detector = makeDetector(request.preparation.detector);
-    openPrepared(detector, request.preparation);
-    const Json facts = describe(detector);
+void printFacts(const Json& facts, std::ostream& out) {
+    printIndented(facts, out, 0);
+}
+
+void info(const Preparation& preparation, Output& output) {
+    QuorinDetector detector = makeDetector(preparation.detector);
+    openPrepared(detector, preparation);
+    const Json facts = describeDetector(detector);
     detector.CloseBoard();
-    if (request.json) {
-        constexpr int jsonIndent = 2;
-        out << facts.dump(jsonIndent) << "\n";
-    } else {
-        printText(facts, out);
-    }
+    output.facts = facts;
+    printFacts(facts, output.text());
 }
 
 }  // namespace tool

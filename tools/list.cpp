@@ -21,7 +21,9 @@ void row(std::ostream& out, const std::string& address, const std::string& model
 
 }  // namespace
 
-void list(std::ostream& out) {
+void list(Output& output) {
+    std::ostream& out = output.text();
+    Json& detectors = output.facts["detectors"] = Json::array();
     row(out, "DETECTOR", "MODEL", "PANEL", "ELECTRONICS", "FIRMWARE");
     simulator::Rack& rack = simulator::Rack::instance();
     const auto print = [&](const std::string& address, const std::shared_ptr<simulator::SimulatedDetector>& detector) {
@@ -31,6 +33,12 @@ void list(std::ostream& out) {
             std::to_string(profile.sensorWidth * profile.sensorsAcross) + " x " +
                 std::to_string(profile.sensorHeight * profile.sensorsDown),
             electronicsName(profile.isKestrane()), std::to_string(profile.firmwareVersion));
+        detectors.push_back({{"address", address},
+                             {"model", profile.model},
+                             {"width_pixels", profile.sensorWidth * profile.sensorsAcross},
+                             {"height_pixels", profile.sensorHeight * profile.sensorsDown},
+                             {"electronics", electronicsName(profile.isKestrane())},
+                             {"firmware_version", profile.firmwareVersion}});
     };
     for (const std::string& address : rack.gigeAddresses()) print("ge:" + address, rack.find(address));
     for (const int slot : rack.slots()) print("cl:" + std::to_string(slot), rack.slot(slot));

@@ -70,7 +70,7 @@ public:
           bar(progressTerminal, request.count),
           detector(makeDetector(request.preparation.detector)) {}
 
-    int run(std::ostream& out) {
+    int run(Output& output) {
         const Interrupt interrupt;
         prepare();
         begin();
@@ -88,10 +88,11 @@ public:
             bar.end();
             if (failure) std::rethrow_exception(failure);
             files->commit();
-            printSummary(exposed, out);
+            printSummary(exposed, output);
         }
+        output.facts["interrupted"] = interrupt.isRequested();
         if (!interrupt.isRequested()) return exitSuccess;
-        out << "interrupted\n";
+        output.text() << "interrupted\n";
         return exitInterrupted;
     }
 
@@ -209,7 +210,7 @@ private:
         reader->readAll(fieldCount, read, keep);
     }
 
-    void printSummary(std::uint64_t exposed, std::ostream& out) REQUIRES(mutex) {
+    void printSummary(std::uint64_t exposed, Output& output) REQUIRES(mutex) {
         const int delivered = reader->delivered();
         const std::chrono::duration<double> taken = newestArrived - started;
         std::ostringstream line;  // its own stream, so that the caller's keeps its format
@@ -218,7 +219,13 @@ private:
         if (delivered > 0)
             line << ", " << std::fixed << std::setprecision(1) << delivered / taken.count() << " frames/s";
         if (delivered > reader->skipped()) line << "; wrote " << request.output;
-        out << line.str() << "\n";
+        output.text() << line.str() << "\n";
+        Json& told = output.facts;
+        told["exposed"] = simulated ? Json(exposed) : Json(nullptr);
+        told["delivered"] = delivered;
+        told["skipped"] = reader->skipped();
+        told["rate_hz"] = delivered > 0 ? Json(delivered / taken.count()) : Json(nullptr);
+        told["output"] = delivered > reader->skipped() ? Json(request.output) : Json(nullptr);
     }
 
     static constexpr int waitTimedOut = 258;  ///< the transport error of a wait that no frame ended
@@ -249,9 +256,9 @@ private:
 
 }  // namespace
 
-int live(const LiveRequest& request, std::ostream& out, std::ostream* terminal) {
+int live(const LiveRequest& request, Output& output) {
     checkOutputFileOrDirectory(request.output);
-    return Recording(request, terminal).run(out);
+    return Recording(request, output.terminal()).run(output);
 }
 
 }  // namespace tool

@@ -8,11 +8,13 @@
 #include <chrono>
 #include <iomanip>
 #include <ostream>
+#include <sstream>
 
 #include "panelTable.h"
 #include "platform/Clock.h"
 #include "tools/Interrupt.h"
 #include "tools/commands.h"
+#include "tools/names.h"
 #include "tools/run.h"
 
 namespace tool {
@@ -67,7 +69,8 @@ constexpr std::array<KnownRegister, 41> knownRegisters{{
     {418, "flash status"},
 }};
 
-/// The sensors that a temperature is worth asking of: each one, and the auxiliary probe behind them.
+}  // namespace
+
 int temperatureCount(const QuorinDetector& detector) {
     constexpr int kestraneElectronics = 2;
     if (detector.GetSensorVersion() != kestraneElectronics) return 1;
@@ -76,24 +79,50 @@ int temperatureCount(const QuorinDetector& detector) {
     return sensors == 1 ? 1 : sensors + 1;
 }
 
-void printTemperatures(const QuorinDetector& detector, const TemperatureRequest& request, std::ostream& out) {
+namespace {
+
+void printTemperatures(const QuorinDetector& detector, const TemperatureRequest& request, Output& output) {
     const int first = request.sensor.value_or(1);
     const int last = request.sensor.value_or(temperatureCount(detector));
-    for (int sensor = first; sensor <= last; ++sensor)
-        out << "sensor " << sensor << ": " << std::fixed << std::setprecision(1) << detector.GetDetectorTemp(sensor)
-            << " C\n";
-    out.flush();
+    Json& all = output.facts["temperatures"] = Json::array();
+    for (int sensor = first; sensor <= last; ++sensor) {
+        const float celsius = detector.GetDetectorTemp(sensor);
+        std::ostringstream line;  // its own stream, so that the results' keeps its format
+        line << "sensor " << sensor << ": " << std::fixed << std::setprecision(1) << celsius << " C\n";
+        output.text() << line.str();
+        all.push_back({{"sensor", sensor}, {"temperature_celsius", roundedMs(celsius)}});
+    }
+    output.text().flush();
+}
+
+void tellPowerOn(const QuorinDetector& detector, Output& output) {
+    const bins binning = detector.GetBinningMode();
+    const int width = detector.GetBufferXdim();
+    const int height = detector.GetBufferYdim();
+    const float exposureMs = detector.GetExposureTime();
+    output.news() << "power on: binning mode " << binning << ", " << width << " x " << height
+                  << " pixels, exposure time " << exposureMs << " ms\n";
+    output.facts = {{"binning", nameOf(binning)},
+                    {"image_width_pixels", width},
+                    {"image_height_pixels", height},
+                    {"exposure_time_ms", roundedMs(exposureMs)}};
+}
+
+void printRegister(const RegisterRequest& request, int sensor, int value, Output& output) {
+    output.text() << value << "\n";
+    output.facts = {{"register", request.number}, {"sensor", sensor}, {"value", value}};
 }
 
 }  // namespace
 
-int temperature(const TemperatureRequest& request, std::ostream& out) {
+int temperature(const TemperatureRequest& request, Output& output) {
     constexpr std::chrono::nanoseconds slice = std::chrono::milliseconds(50);
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
-    printTemperatures(detector, request, out);
+    printTemperatures(detector, request, output);
     int status = exitSuccess;
     if (request.watchSeconds) {
+        output.printRecord();
         const Interrupt interrupt;
         const auto pause =
             std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(*request.watchSeconds));
@@ -101,7 +130,8 @@ int temperature(const TemperatureRequest& request, std::ostream& out) {
         while (!interrupt.isRequested()) {
             platform::sleepFor(std::min(slice, pause));
             if (platform::now() < due) continue;
-            printTemperatures(detector, request, out);
+            printTemperatures(detector, request, output);
+            output.printRecord();
             due += pause;
         }
         status = exitInterrupted;
@@ -110,7 +140,7 @@ int temperature(const TemperatureRequest& request, std::ostream& out) {
     return status;
 }
 
-void power(const Preparation& preparation, PowerAction action, std::ostream& out) {
+void power(const Preparation& preparation, PowerAction action, Output& output) {
     QuorinDetector detector = makeDetector(preparation.detector);
     openPrepared(detector, preparation);
     switch (action) {
@@ -125,20 +155,22 @@ void power(const Preparation& preparation, PowerAction action, std::ostream& out
             break;
     }
     if (action == PowerAction::Off)
-        out << "power off: the detector can't be opened again until its supply was cycled\n";
+        output.news() << "power off: the detector can't be opened again until its supply was cycled\n";
     else
-        out << "power on: binning mode " << detector.GetBinningMode() << ", " << detector.GetBufferXdim() << " x "
-            << detector.GetBufferYdim() << " pixels, exposure time " << detector.GetExposureTime() << " ms\n";
+        tellPowerOn(detector, output);
+    output.facts["power"] = action == PowerAction::Off ? "off" : "on";
     detector.CloseBoard();
 }
 
-void powerInterface(const Preparation& preparation, bool on, std::ostream& out) {
+void powerInterface(const Preparation& preparation, bool on, Output& output) {
     const DetectorAddress& where = preparation.detector;
     QuorinDetectorCL detector(where.transport, where.unit, where.address.c_str());
     openPrepared(detector, preparation);
     detector.PowerCLInterface(on);
     detector.CloseBoard();
-    out << "Camera Link interface " << (on ? "on" : "off: no frame arrives until it is switched on again") << "\n";
+    output.facts = {{"camera_link_interface", on ? "on" : "off"}};
+    output.news() << "Camera Link interface " << (on ? "on" : "off: no frame arrives until it is switched on again")
+                  << "\n";
 }
 
 std::optional<NetworkAddress> parseNetworkAddress(std::string_view text) {
@@ -156,48 +188,75 @@ std::optional<NetworkAddress> parseNetworkAddress(std::string_view text) {
     return address;
 }
 
-void setPersistentAddress(const Preparation& preparation, const NetworkAddress& address, std::ostream& out) {
+void setPersistentAddress(const Preparation& preparation, const NetworkAddress& address, Output& output) {
     const DetectorAddress& where = preparation.detector;
     QuorinDetectorGE detector(where.transport, where.unit, where.address.c_str());
     openPrepared(detector, preparation);
     detector.SetPersistentIPAddress(address[0], address[1], address[2], address[3]);
     detector.CloseBoard();
-    out << "persistent address " << address[0] << "." << address[1] << "." << address[2] << "." << address[3] << "\n";
+    std::string text;
+    for (const int byte : address) text += (text.empty() ? "" : ".") + std::to_string(byte);
+    output.facts = {{"persistent_address", text}};
+    output.news() << "persistent address " << text << "\n";
 }
 
-void readRegister(const RegisterRequest& request, std::ostream& out) {
+void readRegister(const RegisterRequest& request, Output& output) {
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
-    out << detector.ReadRegister(request.number, request.sensor) << "\n";
+    printRegister(request, request.sensor, detector.ReadRegister(request.number, request.sensor), output);
     detector.CloseBoard();
 }
 
-void writeRegister(const RegisterRequest& request, std::ostream& out) {
+void writeRegister(const RegisterRequest& request, Output& output) {
     constexpr int readSensor = 1;
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
     detector.WriteRegister(request.number, request.value, request.sensor);
-    out << detector.ReadRegister(request.number, request.sensor == 0 ? readSensor : request.sensor) << "\n";
+    const int sensor = request.sensor == 0 ? readSensor : request.sensor;
+    printRegister(request, sensor, detector.ReadRegister(request.number, sensor), output);
     detector.CloseBoard();
 }
 
-void dumpRegisters(const RegisterRequest& request, std::ostream& out) {
+std::exception_ptr readKnownRegisters(const QuorinDetector& detector, int sensor, Json& registers) {
+    for (const KnownRegister& known : knownRegisters) {
+        try {
+            const int value = detector.ReadRegister(known.number, sensor);
+            registers.push_back({{"register", known.number}, {"value", value}, {"name", known.name}});
+        } catch (const QuorinException&) {
+            return std::current_exception();
+        }
+    }
+    return nullptr;
+}
+
+void printRegisters(const Json& registers, std::ostream& out) {
+    constexpr int numberWidth = 3;
+    constexpr int valueWidth = 5;
+    for (const Json& row : registers)
+        out << std::setw(numberWidth) << row.at("register").get<int>() << "  " << std::setw(valueWidth)
+            << row.at("value").get<int>() << "  " << row.at("name").get<std::string>() << "\n";
+}
+
+void dumpRegisters(const RegisterRequest& request, Output& output) {
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
-    for (const KnownRegister& known : knownRegisters)
-        out << std::setw(3) << known.number << "  " << std::setw(5)
-            << detector.ReadRegister(known.number, request.sensor) << "  " << known.name << "\n";
+    Json registers = Json::array();
+    const std::exception_ptr failure = readKnownRegisters(detector, request.sensor, registers);
+    printRegisters(registers, output.text());
+    output.facts = {{"sensor", request.sensor}, {"registers", registers}};
+    if (failure) std::rethrow_exception(failure);
     detector.CloseBoard();
 }
 
-void sendCommand(const Preparation& preparation, const std::string& command, std::ostream& out) {
+void sendCommand(const Preparation& preparation, const std::string& command, Output& output) {
     QuorinDetector detector = makeDetector(preparation.detector);
     openPrepared(detector, preparation);
     std::array<char, 100> reply{};
     detector.SendCommand(command.c_str(), reply.data());
     std::string text = reply.data();
     if (!text.empty() && text.back() == '\r') text.pop_back();
-    out << text << "\n";
+    output.text() << text << "\n";
+    output.facts = {{"command", command}, {"reply", text}};
     detector.CloseBoard();
 }
 

@@ -2,11 +2,13 @@
 
 #include <array>
 #include <cstdint>
+#include <exception>
 #include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "tools/Output.h"
 #include "tools/preparation.h"
 
 /// The commands of the engineer who looks after a detector.
@@ -41,14 +43,20 @@ struct RegisterRequest {
     int value = 0;  ///< for a write
 };
 
+/// How many sensors a temperature is worth asking of: each one, and the auxiliary probe behind them.
+int temperatureCount(const QuorinDetector& detector);
+
+/// `FILE: ` and why it can't be read.
+std::string unreadable(const std::string& file);
+
 /// Prints temperatures. Returns as `live` does.
-int temperature(const TemperatureRequest& request, std::ostream& out);
+int temperature(const TemperatureRequest& request, Output& output);
 
 /// Switches the power and says what the detector made of it.
-void power(const Preparation& preparation, PowerAction action, std::ostream& out);
+void power(const Preparation& preparation, PowerAction action, Output& output);
 
 /// Switches a detector's Camera Link interface.
-void powerInterface(const Preparation& preparation, bool on, std::ostream& out);
+void powerInterface(const Preparation& preparation, bool on, Output& output);
 
 /// Four bytes, most significant first.
 using NetworkAddress = std::array<int, 4>;
@@ -57,23 +65,26 @@ using NetworkAddress = std::array<int, 4>;
 std::optional<NetworkAddress> parseNetworkAddress(std::string_view text);
 
 /// Sets the network address that a GigE detector keeps for itself.
-void setPersistentAddress(const Preparation& preparation, const NetworkAddress& address, std::ostream& out);
+void setPersistentAddress(const Preparation& preparation, const NetworkAddress& address, Output& output);
 
 /// Looks at every line of a configuration file, and sends the file if all can be sent and it isn't only to be checked.
-/// Lines that would be refused go to `out` as FILE:LINE: reason; the answer is `exitFailedCall` then.
-int loadConfiguration(const ConfigRequest& request, std::ostream& out);
+/// Lines that would be refused are printed as FILE:LINE: reason; the answer is `exitFailedCall` then.
+int loadConfiguration(const ConfigRequest& request, Output& output);
 
-/// Shows what an upload will do, asks, and does it, with a progress bar where `terminal` is not null. A failure tells
-/// on `err` where it stopped, what the flash memory holds now and what to do.
-int uploadFirmware(const FirmwareRequest& request, std::istream& in, std::ostream& out, std::ostream& err,
-                   std::ostream* terminal);
+/// Shows what an upload will do, asks, and does it, with a progress bar on a terminal. A failure tells where
+/// it stopped, what the flash memory holds now and what to do.
+int uploadFirmware(const FirmwareRequest& request, std::istream& in, Output& output);
 
-void readRegister(const RegisterRequest& request, std::ostream& out);
-void writeRegister(const RegisterRequest& request, std::ostream& out);
+void readRegister(const RegisterRequest& request, Output& output);
+void writeRegister(const RegisterRequest& request, Output& output);
+/// Appends what the registers that the library knows hold, with their names. Stops at the first that can't be read,
+/// since each further one would cost a time-out, and answers with that failure; null if there was none.
+std::exception_ptr readKnownRegisters(const QuorinDetector& detector, int sensor, Json& registers);
+void printRegisters(const Json& registers, std::ostream& out);
 /// Prints the registers that the library knows, by name.
-void dumpRegisters(const RegisterRequest& request, std::ostream& out);
+void dumpRegisters(const RegisterRequest& request, Output& output);
 
 /// Sends one serial command and prints the reply.
-void sendCommand(const Preparation& preparation, const std::string& command, std::ostream& out);
+void sendCommand(const Preparation& preparation, const std::string& command, Output& output);
 
 }  // namespace tool

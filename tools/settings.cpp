@@ -8,11 +8,10 @@
 
 #include "tools/commands.h"
 #include "tools/names.h"
+#include "tools/nearest.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 template <class Number>
 std::optional<Number> parseNumber(std::string_view text) {
@@ -22,6 +21,10 @@ std::optional<Number> parseNumber(std::string_view text) {
     if (error != std::errc() || stop != end) return std::nullopt;
     return value;
 }
+
+struct Numeric {
+    static std::vector<std::string> values() { return {}; }
+};
 
 /// A time in ms from `lowest` on.
 std::optional<float> parseMs(std::string_view text, float lowest) {
@@ -43,11 +46,12 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 /// One of the names of an enumeration.
 template <const auto& names, auto getter, auto setter>
 struct OneOf {
-    static std::string allowed() {
-        std::string all;
-        for (const auto& [value, name] : names) all += (all.empty() ? "" : ", ") + std::string(name);
+    static std::vector<std::string> values() {
+        std::vector<std::string> all;
+        for (const auto& [value, name] : names) all.emplace_back(name);
         return all;
     }
+    static std::string allowed() { return listed(values()); }
     static Json get(const QuorinDetector& detector) {
         const auto current = (detector.*getter)();
         for (const auto& [value, name] : names)
@@ -63,7 +67,8 @@ struct OneOf {
 
 template <auto getter, auto setter>
 struct OnOff {
-    static std::string allowed() { return "on, off"; }
+    static std::vector<std::string> values() { return {"on", "off"}; }
+    static std::string allowed() { return listed(values()); }
     static Json get(const QuorinDetector& detector) { return (detector.*getter)(); }
     static std::optional<Change> parse(std::string_view text) {
         if (text != "on" && text != "off") return std::nullopt;
@@ -72,7 +77,7 @@ struct OnOff {
 };
 
 template <auto getter, auto setter>
-struct Milliseconds {
+struct Milliseconds : Numeric {
     static std::string allowed() { return "a number from 0 on"; }
     static Json get(const QuorinDetector& detector) { return roundedMs((detector.*getter)()); }
     static std::optional<Change> parse(std::string_view text) {
@@ -82,7 +87,7 @@ struct Milliseconds {
     }
 };
 
-struct NumOfExposures {
+struct NumOfExposures : Numeric {
     static constexpr int highest = std::numeric_limits<std::uint16_t>::max();
     static std::string allowed() { return "1 to " + std::to_string(highest); }
     static Json get(const QuorinDetector& detector) { return detector.GetNumOfExposures(); }
@@ -93,7 +98,7 @@ struct NumOfExposures {
     }
 };
 
-struct PreProgrammedTimes {
+struct PreProgrammedTimes : Numeric {
     static constexpr std::size_t fewest = 2;
     static constexpr std::size_t most = 4;
     static std::string allowed() { return "2 to 4 numbers from 0 on, T,T[,T[,T]]; they set num_of_exposures too"; }
@@ -117,7 +122,7 @@ struct PreProgrammedTimes {
     }
 };
 
-struct RegionOfInterest {
+struct RegionOfInterest : Numeric {
     static std::string allowed() { return "W,H[,ROW]: the panel's width, a height from 128 on in steps of 8"; }
     static Json get(const QuorinDetector& detector) {
         Region region;
@@ -144,7 +149,7 @@ struct OfRegion : Kind {
 
 template <class Kind>
 Setting row(std::string_view name, std::string_view unit, std::string_view help) {
-    return {name, unit, help, Kind::allowed, Kind::get, Kind::parse};
+    return {name, unit, help, Kind::allowed, Kind::values, Kind::get, Kind::parse};
 }
 
 using Detector = QuorinDetector;
@@ -193,24 +198,39 @@ const std::vector<Setting>& settings() {
     return table;
 }
 
-const Setting& findSetting(std::string_view name) {
-    std::string names;
+std::vector<std::string> settingNames() {
+    std::vector<std::string> names;
+    for (const Setting& setting : settings()) names.emplace_back(setting.name);
+    return names;
+}
+
+std::vector<std::string> assignmentChoices() {
+    std::vector<std::string> choices;
     for (const Setting& setting : settings()) {
-        if (setting.name == name) return setting;
-        names += (names.empty() ? "" : ", ") + std::string(setting.name);
+        const std::string name = std::string(setting.name) + "=";
+        choices.push_back(name);
+        for (const std::string& value : setting.values()) choices.push_back(name + value);
     }
-    throw UsageError(std::string(name) + " is no setting; allowed are " + names);
+    return choices;
+}
+
+const Setting& findSetting(std::string_view name) {
+    for (const Setting& setting : settings())
+        if (setting.name == name) return setting;
+    throw UsageError(std::string(name) + " is no setting" + suggestion(name, settingNames(), "allowed are"));
 }
 
 Assignment parseAssignment(std::string_view text) {
     const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos) throw UsageError(std::string(text) + ": NAME=VALUE is needed");
+    if (equals == std::string_view::npos)
+        throw UsageError(std::string(text) + ": NAME=VALUE is needed, such as binning=2x2");
     const Setting& setting = findSetting(text.substr(0, equals));
     const std::string_view value = text.substr(equals + 1);
     std::optional<Change> change = setting.parse(value);
-    if (!change)
-        throw UsageError(std::string(setting.name) + ": \"" + std::string(value) + "\" is no value of it; allowed is " +
-                         setting.allowed() + (setting.unit == "ms" ? " (ms)" : ""));
+    const std::string wrong = std::string(setting.name) + ": \"" + std::string(value) + "\" is no value of it";
+    if (!change && !setting.values().empty())
+        throw UsageError(wrong + suggestion(value, setting.values(), "allowed is"));
+    if (!change) throw UsageError(wrong + "; allowed is " + setting.allowed() + (setting.unit == "ms" ? " (ms)" : ""));
     return {&setting, std::move(*change)};
 }
 

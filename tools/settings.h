@@ -27,6 +27,7 @@ struct Setting {
     std::string_view unit;  ///< empty where it has none
     std::string_view help;
     std::string (*allowed)();
+    std::vector<std::string> (*values)();                    ///< all there are; empty for numbers
     nlohmann::ordered_json (*get)(const QuorinDetector&);    ///< null where the detector has no such thing
     std::optional<Change> (*parse)(std::string_view value);  ///< nothing for a value that isn't allowed
 };
@@ -42,6 +43,10 @@ struct Assignment {
     Change change;
 };
 Assignment parseAssignment(std::string_view text);
+
+/// NAME= of each setting, and behind it NAME=VALUE of each value where there is a fixed set: what a shell completes.
+std::vector<std::string> assignmentChoices();
+std::vector<std::string> settingNames();
 
 /// "W,H" or "W,H,ROW". Nothing for another text.
 std::optional<Region> parseRegion(std::string_view text);

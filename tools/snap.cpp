@@ -15,7 +15,7 @@ namespace {
 
 /// Writes the frame with what is known of it, and says so in one line.
 void keepFrame(const QuorinDetector& detector, int buffer, int position, int count, const QorImage& image,
-               TiffWriter& writer, std::ostream& out) {
+               TiffWriter& writer, Output& output) {
     const nlohmann::ordered_json facts = describeFrames(detector);
     const int width = image.GetImageXdim();
     const int height = image.GetImageYdim();
@@ -28,12 +28,19 @@ void keepFrame(const QuorinDetector& detector, int buffer, int position, int cou
     line << std::fixed << std::setprecision(1) << "frame " << position << " of " << count << ": " << width << " x "
          << height << " pixels, exposure " << facts.at("exposure_time_ms").get<double>() << " ms, values " << *lowest
          << " to " << *highest << ", mean " << mean << "\n";
-    out << line.str();
+    output.text() << line.str();
+    output.facts["frames"].push_back({{"number", position},
+                                      {"width_pixels", width},
+                                      {"height_pixels", height},
+                                      {"exposure_time_ms", facts.at("exposure_time_ms")},
+                                      {"lowest_value", *lowest},
+                                      {"highest_value", *highest},
+                                      {"mean_value", mean}});
 }
 
 }  // namespace
 
-void snap(const SnapRequest& request, std::ostream& out) {
+void snap(const SnapRequest& request, Output& output) {
     checkOutputFile(request.output);
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
@@ -47,11 +54,12 @@ void snap(const SnapRequest& request, std::ostream& out) {
         const int buffer = frame % buffers;
         detector.Snap(buffer, timeoutMs);
         detector.ReadBuffer(buffer, image, 0);
-        keepFrame(detector, buffer, frame + 1, request.count, image, writer, out);
+        keepFrame(detector, buffer, frame + 1, request.count, image, writer, output);
     }
     detector.CloseBoard();
     writer.commit();
-    out << "wrote " << request.output << "\n";
+    output.facts["output"] = request.output;
+    output.news() << "wrote " << request.output << "\n";
 }
 
 }  // namespace tool
