@@ -28,6 +28,10 @@ QRAPI_EXPORT Time now();
 /// Blocks for the duration; zero or less yields.
 QRAPI_EXPORT void sleepFor(std::chrono::nanoseconds duration);
 
+/// The time of day (UTC), which the system may set back or forth: to name a moment, not to measure. Always the real
+/// one.
+QRAPI_EXPORT std::chrono::system_clock::time_point timeOfDay();
+
 /// The millisecond tick counter.
 QRAPI_EXPORT std::int64_t tickCountMs();
 

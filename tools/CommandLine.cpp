@@ -45,8 +45,8 @@ CommandLine::CommandLine() {
             true)
         ->group("");  // for the build
     app.footer(
-        "Exit status: 0 success; 1 a call or file failed; 2 bad command line; 130 ended by Ctrl-C (live, pulse run, "
-        "temperature --watch, selftest).");
+        "Exit status: 0 success; 1 a call or file failed; 2 bad command line; 3 frames were lost (live); 130 ended by "
+        "Ctrl-C (live, pulse run, temperature --watch, selftest).");
     addShow();
     addFrames();
     addSettings();
@@ -106,6 +106,26 @@ void CommandLine::addPicture(CLI::App& command) {
             names);
 }
 
+void CommandLine::addDestination(CLI::App& command) {
+    fileName(command
+                 .add_option("--output", destination.path,
+                             "The file to write; its extension chooses the format, " + allowedFormats() +
+                                 ". Or an existing directory: one file each, frame_000001.tif and so on")
+                 ->type_name("FILE|DIR")
+                 ->required());
+    command
+        .add_option("--format", destination.format, "The format, whatever the extension; for a directory otherwise tif")
+        ->type_name("NAME");
+    command
+        .add_option("--window", destination.window,
+                    "The grey levels that are black and white in a png; otherwise each frame's 1st and 99th percentile")
+        ->type_name("LOW,HIGH");
+    command
+        .add_option("--compress", destination.compression,
+                    "Level of gzip in h5, hdf5 and nxs, 1 to 9; otherwise 0, none")
+        ->type_name("N");
+}
+
 void CommandLine::addShow() {
     addCommand(app, "list", "List the simulated detectors", [](Output& told) {
         list(told);
@@ -120,13 +140,12 @@ void CommandLine::addShow() {
 }
 
 void CommandLine::addFrames() {
-    CLI::App* const snapCommand =
-        addCommand(app, "snap", "Take single frames and write them to a TIFF file, one page each",
-                   [this](Output& told) { return doSnap(told); });
+    CLI::App* const snapCommand = addCommand(app, "snap", "Take single frames and write them to a file",
+                                             [this](Output& told) { return doSnap(told); });
     addExposure(*snapCommand);
     snapCommand->add_option("--count", count, "Number of frames; otherwise 1")->type_name("N");
     addPicture(*snapCommand);
-    fileName(snapCommand->add_option("--output", output, "The file to write")->type_name("FILE")->required());
+    addDestination(*snapCommand);
     addPreparation(*snapCommand);
 
     CLI::App* const liveCommand = addCommand(app, "live", "Take the frames of a live run and write them as they come",
@@ -134,17 +153,13 @@ void CommandLine::addFrames() {
     addExposure(*liveCommand);
     liveCommand->add_option("--count", count, "Number of frames")->type_name("N")->required();
     addPicture(*liveCommand);
-    fileName(liveCommand
-                 ->add_option("--output", output,
-                              "The TIFF file to write, one page each, or an existing directory: one file each, "
-                              "frame_000001.tif and so on")
-                 ->type_name("FILE|DIR")
-                 ->required());
+    addDestination(*liveCommand);
     liveCommand->add_flag("--callback", callback, "Take the frames by the library's callback in place of waiting");
     addPreparation(*liveCommand);
     liveCommand->footer(
         "The closing line tells the frames exposed (simulated detectors only), delivered into the library's ring and\n"
-        "skipped, that is overwritten there before they could be written, and the rate of delivery.\n"
+        "skipped, that is overwritten there before they could be read, and the rate of delivery.\n"
+        "Lost frames make the exit status 3; standard error tells why they were lost.\n"
         "Ctrl-C ends the run, keeps the frames that came before it and exits with 130; a second one kills.");
 }
 
@@ -270,13 +285,20 @@ int CommandLine::checkedCount() const {
 
 int CommandLine::doSnap(Output& told) const {
     const int frames = checkedCount();
-    snap({preparation(told), frames, output}, told);
+    const Destination files = parseDestination(destination);
+    snap({preparation(told), frames, files}, told);
     return exitSuccess;
 }
 
 int CommandLine::doLive(Output& told) const {
     const int frames = checkedCount();
-    return live({preparation(told), frames, output, callback}, told);
+    const Destination files = parseDestination(destination);
+    LiveRequest request;
+    request.preparation = preparation(told);
+    request.count = frames;
+    request.output = files;
+    request.callback = callback;
+    return live(request, told);
 }
 
 int CommandLine::doGet(Output& told) const {

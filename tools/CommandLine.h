@@ -36,6 +36,7 @@ private:
     void addPreparation(CLI::App& command, bool withPulses = true);
     void addExposure(CLI::App& command);
     void addPicture(CLI::App& command);
+    void addDestination(CLI::App& command);
     void addShow();
     void addFrames();
     void addSettings();
@@ -88,7 +89,8 @@ private:
     std::vector<double> exposureMs;  ///< one at most, none if not given
     int count = 1;
     std::string picture;
-    std::string output;
+    DestinationOptions destination;
+    std::string output;  ///< of a report
     std::vector<std::string> changes;
     std::string region;
     std::vector<double> pulseHz;  ///< one at most, none if not given

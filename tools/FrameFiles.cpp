@@ -1,80 +1,102 @@
 #include "tools/FrameFiles.h"
 
+#include <qrapi/QuorinDetector.h>
+
+#include <array>
+#include <ctime>
 #include <filesystem>
 #include <iomanip>
 #include <sstream>
+#include <utility>
 
+#include "tools/Hdf5Writer.h"
+#include "tools/PngWriter.h"
+#include "tools/RawWriter.h"
 #include "tools/TiffWriter.h"
-#include "tools/commands.h"
+#include "tools/preparation.h"
 
 namespace tool {
 namespace {
 
 namespace fs = std::filesystem;
 
-class Pages : public FrameFiles {
-public:
-    Pages(const std::string& path, std::uint64_t expectedBytes) : writer(path, expectedBytes) {}
-
-    void write(int /*number*/, const std::uint16_t* pixels, int width, int height,
-               const std::string& description) override {
-        writer.writePage(pixels, width, height, description);
-        hasPages = true;
+std::unique_ptr<FrameFiles> makeFile(const std::string& path, const Destination& output, const RunFacts& facts,
+                                     int frames) {
+    switch (output.format) {
+        case FileFormat::Raw:
+            return std::make_unique<RawWriter>(path, facts);
+        case FileFormat::Png:
+            return std::make_unique<PngWriter>(path, facts, output.window);
+        case FileFormat::Hdf5:
+            return std::make_unique<Hdf5Writer>(path, facts, output.compression);
+        case FileFormat::Tiff:
+            break;
     }
-
-    void commit() override {
-        if (hasPages) writer.commit();  // a TIFF file has at least one page
-    }
-
-private:
-    TiffWriter writer;
-    bool hasPages = false;
-};
+    return std::make_unique<TiffWriter>(path, facts, facts.frameBytes() * static_cast<std::uint64_t>(frames));
+}
 
 class NumberedFiles : public FrameFiles {
 public:
-    explicit NumberedFiles(std::string directoryToFill) : directory(std::move(directoryToFill)) {}
+    NumberedFiles(Destination directoryToFill, RunFacts runFacts)
+        : output(std::move(directoryToFill)), facts(std::move(runFacts)) {}
 
-    void write(int number, const std::uint16_t* pixels, int width, int height,
-               const std::string& description) override {
+    void write(const Frame& frame) override {
         constexpr int digits = 6;  // names sort as the frames came
         std::ostringstream name;
-        name << "frame_" << std::setw(digits) << std::setfill('0') << number + 1 << ".tif";
-        const std::uint64_t bytes =
-            static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height) * sizeof(std::uint16_t);
-        TiffWriter writer((fs::path(directory) / name.str()).string(), bytes);
-        writer.writePage(pixels, width, height, description);
-        writer.commit();
+        name << "frame_" << std::setw(digits) << std::setfill('0') << frame.number + 1 << "." << output.extension;
+        const auto file = makeFile((fs::path(output.path) / name.str()).string(), output, facts, 1);
+        file->write(frame);
+        file->commit();
+        noteOfLast = file->note();
     }
 
     void commit() override {}
 
+    std::string note() const override { return noteOfLast.empty() ? "" : noteOfLast + " in the last of them"; }
+
 private:
-    std::string directory;
+    const Destination output;
+    const RunFacts facts;
+    std::string noteOfLast;
 };
 
 }  // namespace
 
-void checkOutputFile(const std::string& output) {
-    const fs::path path(output);
-    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    std::error_code unseen;
-    if (!fs::is_directory(folder, unseen)) throw UsageError("--output: there is no directory " + folder.string());
-    if (!path.has_filename() || fs::is_directory(path, unseen))
-        throw UsageError("--output: " + output + " is a directory; a file is needed");
-    if (fs::exists(path, unseen) && !fs::is_regular_file(path, unseen))
-        throw UsageError("--output: " + output + " is no regular file");
+RunFacts beginRun(const QuorinDetector& detector) {
+    RunFacts facts;
+    facts.detector = describeFrames(detector);
+    facts.width = detector.GetBufferXdim();
+    facts.height = detector.GetBufferYdim();
+    facts.start = platform::timeOfDay();
+    facts.startedAt = platform::now();
+    return facts;
 }
 
-void checkOutputFileOrDirectory(const std::string& output) {
-    std::error_code unseen;
-    if (!fs::is_directory(output, unseen)) checkOutputFile(output);
+double seconds(std::chrono::nanoseconds duration) {
+    return std::chrono::duration<double>(duration).count();
 }
 
-std::unique_ptr<FrameFiles> makeFrameFiles(const std::string& output, std::uint64_t expectedBytes) {
+std::string isoTime(std::chrono::system_clock::time_point moment) {
+    constexpr int microsecondDigits = 6;
+    const auto sinceEpoch = std::chrono::floor<std::chrono::microseconds>(moment.time_since_epoch());
+    const auto wholeSeconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+    const std::time_t time = wholeSeconds.count();
+    std::tm fields{};
+    gmtime_r(&time, &fields);
+    std::ostringstream text;
+    text << std::put_time(&fields, "%Y-%m-%dT%H:%M:%S") << "." << std::setw(microsecondDigits) << std::setfill('0')
+         << (sinceEpoch - wholeSeconds).count() << "Z";
+    return text.str();
+}
+
+std::string timeOf(const RunFacts& facts, const Frame& frame) {
+    return isoTime(facts.start + std::chrono::duration_cast<std::chrono::system_clock::duration>(frame.sinceStart));
+}
+
+std::unique_ptr<FrameFiles> makeFrameFiles(const Destination& output, const RunFacts& facts, int frames) {
     std::error_code unseen;
-    if (fs::is_directory(output, unseen)) return std::make_unique<NumberedFiles>(output);
-    return std::make_unique<Pages>(output, expectedBytes);
+    if (fs::is_directory(output.path, unseen)) return std::make_unique<NumberedFiles>(output, facts);
+    return makeFile(output.path, output, facts, frames);
 }
 
 }  // namespace tool

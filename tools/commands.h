@@ -1,11 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tools/FrameFiles.h"
 #include "tools/Output.h"
 #include "tools/preparation.h"
 #include "tools/settings.h"
@@ -22,14 +25,18 @@ public:
 struct SnapRequest {
     Preparation preparation;
     int count = 1;
-    std::string output;
+    Destination output;
 };
 
 struct LiveRequest {
     Preparation preparation;
     int count = 1;
-    std::string output;  ///< a file for all pages, or an existing directory for numbered files
+    Destination output;
     bool callback = false;
+    // Where memory is what bounds what may wait for the disk. The library has its ring for itself on Camera Link.
+    std::int64_t ringBytes = std::int64_t{1} << 30;
+    std::int64_t queueBytes = std::int64_t{1} << 29;
+    std::function<std::unique_ptr<FrameFiles>(const Destination&, const RunFacts&, int)> makeFiles = makeFrameFiles;
 };
 
 struct GetRequest {
@@ -67,12 +74,13 @@ void printFacts(const Json& facts, std::ostream& out);
 /// Opens a detector and prints what it is and can do.
 void info(const Preparation& preparation, Output& output);
 
-/// Takes frames and writes them to a TIFF file, one page each. Leaves no file behind if anything fails.
+/// Takes frames and writes them. A failure leaves no file, in a directory the files that are whole.
 void snap(const SnapRequest& request, Output& output);
 
 /// Takes the frames of one live run and writes them as they come. An interrupt ends the run; the frames before it are
-/// written. A failure leaves no file, in a directory the files that are whole.
-/// @return  `exitSuccess` or `exitInterrupted`
+/// written. A failure leaves no file, in a directory the files that are whole. Lost frames are told on the error
+/// stream.
+/// @return  `exitSuccess`, `exitFramesLost` or `exitInterrupted`
 int live(const LiveRequest& request, Output& output);
 
 /// Prints settings as `set` takes them.
@@ -84,7 +92,7 @@ void set(const SetRequest& request, Output& output);
 /// Changes the region of interest and prints it.
 void roi(const RoiRequest& request, Output& output);
 
-/// Drives the pulse generator. Returns as `live` does.
+/// Drives the pulse generator. Returns `exitSuccess` or `exitInterrupted`.
 int pulse(const PulseRequest& request, Output& output);
 
 /// Sends one trigger edge by software.

@@ -64,16 +64,8 @@ nlohmann::ordered_json describeFrames(const QuorinDetector& detector) {
         {"serial_number", detector.GetSerialNumber()},
         {"exposure_time_ms", roundedMs(detector.GetExposureTime())},
         {"binning", nameOf(detector.GetBinningMode())},
-        {"field_count", nullptr},
-        {"buffer", nullptr},
         {"transport", nameOf(detector.GetTransportMethod())},
     };
-}
-
-std::string describeFrame(nlohmann::ordered_json frames, int fieldCount, int buffer) {
-    frames["field_count"] = fieldCount;
-    frames["buffer"] = buffer;
-    return frames.dump();
 }
 
 }  // namespace tool

@@ -46,7 +46,5 @@ int frameTimeoutMs(const QuorinDetector& detector, const Preparation& preparatio
 
 /// What is known of every frame of a run under the settings in force.
 nlohmann::ordered_json describeFrames(const QuorinDetector& detector);
-/// The text that a frame's page carries.
-std::string describeFrame(nlohmann::ordered_json frames, int fieldCount, int buffer);
 
 }  // namespace tool

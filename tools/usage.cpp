@@ -40,7 +40,10 @@ std::string explainUnexpected(const std::vector<std::string>& unexpected, const 
     const std::string name = calledName(command);
     if (dashed != unexpected.end()) {
         const std::string option = dashed->substr(0, dashed->find('='));
-        return name + " has no option \"" + option + "\"" + suggestion(option, namesOfOptions(command), "there are");
+        const std::vector<std::string> options = namesOfOptions(command);
+        if (std::find(options.begin(), options.end(), option) != options.end())
+            return option + " goes behind the command: " + name + " " + option + " ...";
+        return name + " has no option \"" + option + "\"" + suggestion(option, options, "there are");
     }
     const std::string& word = unexpected.front();
     const std::vector<std::string> names = commandNames(command);

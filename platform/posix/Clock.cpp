@@ -110,6 +110,10 @@ void sleepFor(std::chrono::nanoseconds duration) {
     }
 }
 
+std::chrono::system_clock::time_point timeOfDay() {
+    return std::chrono::system_clock::now();
+}
+
 std::int64_t tickCountMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(now()).count();
 }

@@ -12,7 +12,10 @@ cpp              with a main: a program that is compiled and must end with statu
 sh               commands, a line each: `qrapi` is run, of `./dev` the command's name is looked up
 sh hardware      the same, but they need a detector that isn't there: only their form is checked
 sh elsewhere     commands that another test runs
+console          commands behind a "$ ", with what they say; a command whose first line is an error must fail
 config           a sensor configuration file
+python           is compiled, but not run: what it needs need not be here
+cmake elsewhere  what another test builds with
 text, mermaid    no code
 """
 
@@ -25,7 +28,7 @@ import sys
 import tempfile
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-KINDS = ("cpp", "sh", "sh hardware", "sh elsewhere", "config", "text", "mermaid")
+KINDS = ("cpp", "sh", "sh hardware", "sh elsewhere", "console", "config", "python", "cmake elsewhere", "text", "mermaid")
 PATIENCE_S = 100
 
 
@@ -87,7 +90,7 @@ def write_cpp(folder, pages):
 
 def dev_commands():
     text = subprocess.run(["bash", os.path.join(ROOT, "dev"), "help"], capture_output=True, text=True, check=True).stdout
-    return re.findall(r"^  (\w+)  ", text, re.MULTILINE)
+    return re.findall(r"^  (\w+)", text, re.MULTILINE)
 
 
 def run_command(command, place, allowed):
@@ -136,9 +139,16 @@ def run_page(page):
             with open("panel.cfg", "w", encoding="utf-8") as settings:
                 settings.write("W001700001\n")
         for kind, first, text in blocks:
-            if kind in ("sh", "sh hardware"):
-                for offset, line in enumerate(text.splitlines()):
-                    run_line(line, f"{page}:{first + offset}", kind, known)
+            lines = text.splitlines() + [""]
+            for offset, line in enumerate(lines[:-1]):
+                place = f"{page}:{first + offset}"
+                if kind in ("sh", "sh hardware"):
+                    run_line(line, place, kind, known)
+                elif kind == "console" and line.startswith("$ "):
+                    fails = lines[offset + 1].startswith(("error:", '{"error"'))
+                    run_command(line[2:], place, (1, 2) if fails else (0,))
+            if kind == "python":
+                compile(text, f"{page}:{first}", "exec")
         os.chdir(ROOT)
 
 

@@ -28,7 +28,7 @@ TEST(ToolCommandLine, ABadOneEndsWithStatus2AndNamesWhatIsWrong) {
         {{"--detector", "cl:99999999999", "info"}, "cl:<unit>"},
         {{"snap"}, "--output"},
         {{"snap", "--output", "/nowhere/at/all.tif"}, "/nowhere/at"},
-        {{"snap", "--output", "/tmp"}, "directory"},
+        {{"snap", "--output", "/dev/null"}, "no regular file"},
         {{"snap", "--output", "/tmp/refused.tif", "--count", "0"}, "--count"},
         {{"snap", "--output", "/tmp/refused.tif", "--count", "2.5"}, "--count"},
         {{"snap", "--output", "/tmp/refused.tif", "--exposure", "nan"}, "--exposure"},

@@ -53,7 +53,7 @@ TEST_F(ToolGenerated, ManPageRendersWithoutAWarning) {
     for (const std::string heading : {"NAME", "SYNOPSIS", "OPTIONS", "COMMANDS", "SETTINGS", "EXIT STATUS"})
         EXPECT_THAT(page, HasSubstr("\n" + heading + "\n"));
     EXPECT_THAT(page,
-                AllOf(HasSubstr("qrapi snap --output FILE [options]"), HasSubstr("qrapi pulse run HZ --for SEC")));
+                AllOf(HasSubstr("qrapi snap --output FILE|DIR [options]"), HasSubstr("qrapi pulse run HZ --for SEC")));
 }
 
 TEST_F(ToolGenerated, TextsTellEveryCommandOptionAndSetting) {

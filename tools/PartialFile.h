@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace tool {
+
+/// A file that comes into being as a whole.
+///
+/// Its bytes go to a file with a temporary name in the same folder. `commit` gives it its name; without it the
+/// destructor removes it. Every failure is a `std::runtime_error` that names the file.
+class PartialFile {
+public:
+    explicit PartialFile(std::string path);
+    ~PartialFile();
+    PartialFile(const PartialFile&) = delete;
+    PartialFile& operator=(const PartialFile&) = delete;
+
+    void append(const void* bytes, std::size_t count);
+    /// On the disk, so that not even a power cut leaves half a file under the name that it gets.
+    void sync() const;
+    /// Puts the file into place, also in place of an older one. The last call, after `sync`.
+    void commit();
+    /// Takes the file away after all.
+    void withdraw() noexcept;
+
+    [[noreturn]] void fail(const std::string& reason) const;
+
+    const std::string& temporaryName() const { return temporaryPath; }
+    int descriptor() const { return file; }  ///< open for reading and writing, the object's own
+
+private:
+    std::string path;
+    std::string temporaryPath;
+    int file = -1;
+    bool committed = false;
+};
+
+}  // namespace tool
