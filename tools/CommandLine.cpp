@@ -113,9 +113,11 @@ void CommandLine::addDestination(CLI::App& command) {
                                  ". Or an existing directory: one file each, frame_000001.tif and so on")
                  ->type_name("FILE|DIR")
                  ->required());
-    command
-        .add_option("--format", destination.format, "The format, whatever the extension; for a directory otherwise tif")
-        ->type_name("NAME");
+    choices(command
+                .add_option("--format", destination.format,
+                            "The format, whatever the extension; for a directory otherwise tif")
+                ->type_name("NAME"),
+            formatNames());
     command
         .add_option("--window", destination.window,
                     "The grey levels that are black and white in a png; otherwise each frame's 1st and 99th percentile")

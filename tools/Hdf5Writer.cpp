@@ -73,6 +73,7 @@ void Hdf5Writer::describeDetector() {
     hdf5::writeText(detector, "model", std::to_string(model));
     hdf5::writeText(detector, "serial_number", std::to_string(facts.detector.at("serial_number").get<int>()));
     hdf5::writeText(detector, "binning", facts.detector.at("binning").get<std::string>());
+    hdf5::writeNumber(detector, "first_row", facts.detector.at("first_row").get<int>());
     hdf5::writeText(detector, "transport", facts.detector.at("transport").get<std::string>());
     hdf5::writeNumber(detector, "bit_depth_readout", bitsPerPixel);
     hdf5::setText(layout->frames.dataset(), "units", "counts");

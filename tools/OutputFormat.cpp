@@ -1,4 +1,5 @@
 #include "tools/OutputFormat.h"
+#include "tools/nearest.h"
 
 #include <algorithm>
 #include <array>
@@ -96,10 +97,14 @@ GreyWindow parseWindow(const std::string& text) {
 
 }  // namespace
 
+std::vector<std::string> formatNames() {
+    std::vector<std::string> names;
+    for (const NamedFormat& format : namedFormats) names.emplace_back(format.extension);
+    return names;
+}
+
 std::string allowedFormats() {
-    std::string all;
-    for (const NamedFormat& format : namedFormats) all += (all.empty() ? "" : ", ") + std::string(format.extension);
-    return all;
+    return listed(formatNames());
 }
 
 std::string sideFileOf(const std::string& rawFile) {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tool {
 
@@ -32,6 +33,7 @@ struct Destination {
 
 /// The allowed names of formats, which are the extensions of their files, as texts list them.
 std::string allowedFormats();
+std::vector<std::string> formatNames();
 
 /// The file that describes a raw file: the same name with the extension `json`.
 std::string sideFileOf(const std::string& rawFile);

@@ -87,7 +87,10 @@ std::string remedyForAddress(const DetectorAddress& detector) {
     if (detector.isSimulated() && rack.find(detector.address) != nullptr) return {};
     std::string text = "no detector at " + name + suggestion(name, gigeNames(), "there are");
     if (!detector.isSimulated())
-        text += "; for one on the network look at address, cable and power, and that no other program has it open";
+        text +=
+            "; for one on the network look at address, cable and power, that no other program has it open, and that "
+            "this "
+            "program was built with the vendor's library in place of the simulation";
     return text;
 }
 

@@ -80,6 +80,7 @@ public:
     int run(Output& output) {
         const Interrupt interrupt;
         prepare();
+        tellShortest(detector, request.preparation, output);
         begin();
         if (request.callback)
             waitForCallbacks(interrupt);
@@ -234,7 +235,7 @@ private:
         if (simulated) line << exposed << " frames exposed, ";
         line << delivered << " delivered, " << reader->skipped() << " skipped";
         if (delivered > 0) line << ", " << std::fixed << std::setprecision(1) << rate << " frames/s";
-        if (written) {
+        if (written && !output.isQuiet) {
             line << "; wrote " << request.output.path;
             if (!note.empty()) line << ", " << note;
         }

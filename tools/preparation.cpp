@@ -1,6 +1,7 @@
 #include "tools/preparation.h"
 
 #include <cmath>
+#include <ostream>
 
 #include "simulator/Rack.h"
 #include "tools/names.h"
@@ -36,6 +37,15 @@ void openWithSettings(QuorinDetector& detector, const Preparation& preparation) 
     if (preparation.exposureMs) detector.SetExposureTime(*preparation.exposureMs);
 }
 
+void tellShortest(const QuorinDetector& detector, const Preparation& preparation, Output& output) {
+    constexpr float tolerance = 0.1F;
+    if (!preparation.exposureMs) return;
+    const float taken = detector.GetExposureTime();
+    if (taken > *preparation.exposureMs + tolerance)
+        output.remarks() << "exposure time " << roundedMs(taken) << " ms: " << *preparation.exposureMs
+                         << " ms is below the minimum\n";
+}
+
 void startPulses(QuorinDetector& detector, const Preparation& preparation) {
     if (!preparation.pulseHz) return;
     detector.EnablePulseGenerator(*preparation.pulseHz);
@@ -59,11 +69,17 @@ int frameTimeoutMs(const QuorinDetector& detector, const Preparation& preparatio
 }
 
 nlohmann::ordered_json describeFrames(const QuorinDetector& detector) {
+    int width = 0;
+    int height = 0;
+    int firstRow = 0;
+    int firstColumn = 0;
+    if (detector.IsROIEnabled()) detector.GetROIArea(width, height, firstRow, firstColumn);
     return {
         {"model", detector.GetModelNumber()},
         {"serial_number", detector.GetSerialNumber()},
         {"exposure_time_ms", roundedMs(detector.GetExposureTime())},
         {"binning", nameOf(detector.GetBinningMode())},
+        {"first_row", firstRow},
         {"transport", nameOf(detector.GetTransportMethod())},
     };
 }

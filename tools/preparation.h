@@ -9,6 +9,7 @@
 
 #include "simulator/SimulatedDetector.h"
 #include "tools/DetectorAddress.h"
+#include "tools/Output.h"
 #include "tools/settings.h"
 
 namespace tool {
@@ -31,6 +32,9 @@ std::shared_ptr<simulator::SimulatedDetector> simulatedBehind(const DetectorAddr
 
 /// Opens the detector and makes all changes but the pulses.
 void openWithSettings(QuorinDetector& detector, const Preparation& preparation);
+
+/// Says so if the exposure time that was asked for is below the minimum, which is in force then.
+void tellShortest(const QuorinDetector& detector, const Preparation& preparation, Output& output);
 
 /// Lets the pulse generator run if that was asked for. Closing the board ends it.
 void startPulses(QuorinDetector& detector, const Preparation& preparation);

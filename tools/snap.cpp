@@ -39,6 +39,7 @@ void printFrame(const RunFacts& facts, const Frame& frame, int count, Output& ou
 void snap(const SnapRequest& request, Output& output) {
     QuorinDetector detector = makeDetector(request.preparation.detector);
     openPrepared(detector, request.preparation);
+    tellShortest(detector, request.preparation, output);
     const int timeoutMs = frameTimeoutMs(detector, request.preparation);
     const RunFacts facts = beginRun(detector);
     const auto files = makeFrameFiles(request.output, facts, request.count);

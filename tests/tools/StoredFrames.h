@@ -26,6 +26,7 @@ struct StoredFrames {
     std::string model;
     std::string serialNumber;
     std::string binning;
+    int firstRow = 0;
 };
 
 inline StoredFrames readTiff(const std::string& path) {
@@ -43,6 +44,7 @@ inline StoredFrames readTiff(const std::string& path) {
         stored.model = std::to_string(page.description.at("model").get<int>());
         stored.serialNumber = std::to_string(page.description.at("serial_number").get<int>());
         stored.binning = page.description.at("binning");
+        stored.firstRow = page.description.at("first_row");
     }
     return stored;
 }
@@ -76,6 +78,7 @@ inline StoredFrames readRaw(const std::string& path) {
     stored.model = std::to_string(told.at("model").get<int>());
     stored.serialNumber = std::to_string(told.at("serial_number").get<int>());
     stored.binning = told.at("binning");
+    stored.firstRow = told.at("first_row");
     return stored;
 }
 
@@ -146,6 +149,7 @@ inline StoredFrames readHdf5(const std::string& path) {
     stored.model = file.text(detector + "model");
     stored.serialNumber = file.text(detector + "serial_number");
     stored.binning = file.text(detector + "binning");
+    stored.firstRow = file.numbers<int>(detector + "first_row", H5T_NATIVE_INT).at(0);
     return stored;
 }
 

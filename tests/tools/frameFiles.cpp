@@ -30,8 +30,8 @@ tool::RunFacts oddRun() {
     using std::chrono::system_clock;
     constexpr std::time_t firstOfMarch = 1772323200;
     tool::RunFacts facts;
-    facts.detector = {
-        {"model", 6112}, {"serial_number", 47}, {"exposure_time_ms", 12.5}, {"binning", "4x2"}, {"transport", "gige"}};
+    facts.detector = {{"model", 6112},    {"serial_number", 47}, {"exposure_time_ms", 12.5},
+                      {"binning", "4x2"}, {"first_row", 304},    {"transport", "gige"}};
     facts.width = 7;
     facts.height = 5;
     facts.start = system_clock::from_time_t(firstOfMarch) + std::chrono::microseconds(1500);
@@ -76,6 +76,7 @@ TEST_F(ToolFrameFiles, AnOddSizedRunComesBackPixelForPixelWithAllThatIsKnownOfIt
             EXPECT_EQ(stored.model, "6112");
             EXPECT_EQ(stored.serialNumber, "47");
             EXPECT_EQ(stored.binning, "4x2");
+            EXPECT_EQ(stored.firstRow, 304);
         }
     }
 }
