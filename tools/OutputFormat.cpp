@@ -99,6 +99,7 @@ GreyWindow parseWindow(const std::string& text) {
 
 std::vector<std::string> formatNames() {
     std::vector<std::string> names;
+    names.reserve(namedFormats.size());
     for (const NamedFormat& format : namedFormats) names.emplace_back(format.extension);
     return names;
 }
