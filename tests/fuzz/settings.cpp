@@ -114,14 +114,17 @@ void checkRun(const std::vector<std::string>& words) {
     require(status == tool::exitSuccess || status == tool::exitFailedCall || status == tool::exitBadCommandLine,
             "a command line ends by its statuses");
     if (status != tool::exitSuccess) {
-        require(!err.str().empty() && err.str().back() == '\n', "a failure is told");
+        // With --json on the standard output, otherwise on the other.
+        const std::string told = err.str() + out.str();
+        require(told.find("error") != std::string::npos && told.back() == '\n', "a failure is told");
         return;
     }
     const bool help = std::any_of(words.begin(), words.end(), [](const std::string& word) {
-        return word.substr(0, 2) == "-h" || word.substr(0, 3) == "--h" || word.substr(0, 3) == "--v";
+        return word.substr(0, 2) == "-h" || word.substr(0, 3) == "--h" || word.substr(0, 5) == "--ver" ||
+               word.substr(0, 10) == "--generate" || word.substr(0, 5) == "--log";
     });
     if (help) return;
-    if (words.front() == "set" || (words.front() == "get" && !has("--json"))) checkPrinted(out.str());
+    if ((words.front() == "set" || words.front() == "get") && !has("--json")) checkPrinted(out.str());
     if (has("--json")) require(nlohmann::json::accept(out.str()), "JSON is JSON", out.str());
 }
 
