@@ -33,7 +33,6 @@ void PleoraDetector::updateImageParams() {
     const StoppableGuard lock(acquisitionLock);
     if (IsLive()) StopAcq();
     if (pleoraLib->Pipeline_IsStarted()) {
-        if (!live) giveBackHeldFrame();
         pipelineStopped = true;
         pleoraLib->Pipeline_Stop();
     }

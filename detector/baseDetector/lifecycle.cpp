@@ -64,7 +64,7 @@ void baseDetector::openWith(const std::function<void(char*)>& openTransport, boo
 
         std::array<char, 50> text{};
         fmt::format_to_n(text.data(), text.size() - 1, "-DM 0x{}", unit);
-        const bool sizeBeforeFeatures = !binningMode.get() && QueryBinningMode(Bin4x4Flagged) != 1;
+        const bool sizeBeforeFeatures = QueryBinningMode(Bin4x4Flagged) != 1;
         openTransport(text.data());
         frameCapturedEvent = CreateDetectorHandle();
         getSlowed();

@@ -368,7 +368,7 @@ void Crew::startRun() {
         runStop = stop;
     });
     int fields = 0;
-    platform::sleepFor(milliseconds(isGigE() ? 0 : 110));  // a frame of another size
+    platform::sleepFor(milliseconds(110));  // a frame that was begun before a change of size
     if (!expect({}, "GetFieldCount", [&] { fields = detector->GetFieldCount(); })) return;
     mayCall = true;
     leftovers = isGigE();
