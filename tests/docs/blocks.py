@@ -12,7 +12,7 @@ cpp              with a main: a program that is compiled and must end with statu
 sh               commands, a line each: `qrapi` is run, of `./dev` the command's name is looked up
 sh hardware      the same, but they need a detector that isn't there: only their form is checked
 sh elsewhere     commands that another test runs
-console          commands behind a "$ ", with what they say; a command whose first line is an error must fail
+console          commands behind a "$ ", with what they say; one whose first line is an error must fail with that
 config           a sensor configuration file
 python           is compiled, but not run: what it needs need not be here
 cmake elsewhere  what another test builds with
@@ -107,6 +107,7 @@ def run_command(command, place, allowed):
     print(f"{place}: {command}: {status}", flush=True)
     if status not in (allowed if not endless else (130,)):
         sys.exit(f"{place}: {command}\nended with status {status}:\n{said}")
+    return said
 
 
 def run_line(line, place, kind, known):
@@ -145,8 +146,12 @@ def run_page(page):
                 if kind in ("sh", "sh hardware"):
                     run_line(line, place, kind, known)
                 elif kind == "console" and line.startswith("$ "):
-                    fails = lines[offset + 1].startswith(("error:", '{"error"'))
-                    run_command(line[2:], place, (1, 2) if fails else (0,))
+                    answer = lines[offset + 1]
+                    fails = answer.startswith(("error:", '{"error"'))
+                    said = run_command(line[2:], place, (1, 2) if fails else (0,))
+                    # Behind it stand lines of the source, which move.
+                    if answer.startswith("error:") and answer.split(" (code")[0] not in said:
+                        sys.exit(f"{place}: the answer isn't\n{answer}\nbut\n{said}")
             if kind == "python":
                 compile(text, f"{page}:{first}", "exec")
         os.chdir(ROOT)
