@@ -1,0 +1,136 @@
+#include "benchmarks/Board.h"
+
+#include <spdlog/sinks/base_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#include "detector/EpixDetector.h"
+#include "detector/PleoraDetector.h"
+#include "logging.h"
+
+namespace bench {
+namespace {
+
+struct Facade : QuorinDetector {
+    static baseDetector& core(QuorinDetector& facade) { return (facade.*(&Facade::detector))(); }
+};
+
+/// What is hidden in a detector.
+struct Hidden : PleoraDetector {
+    static auto& ring(PleoraDetector& detector) { return detector.*(&Hidden::frameBuffers); }
+    static auto& event(PleoraDetector& detector) { return detector.*(&Hidden::frameCapturedEvent); }
+};
+struct HiddenGrabber : EpixDetector {
+    static auto& event(EpixDetector& detector) { return detector.*(&HiddenGrabber::frameCapturedEvent); }
+    static auto& seam(EpixDetector& detector) { return detector.*(&HiddenGrabber::xclibLib); }
+};
+
+constexpr int firstSlot = 60;
+
+std::string addressOf(const Board::Setup& setup) {
+    return "sim:bench" + std::to_string(setup.number);
+}
+
+int slotOf(const Board::Setup& setup) {
+    return firstSlot + setup.number;
+}
+
+}  // namespace
+
+std::shared_ptr<simulator::SimulatedDetector> Board::mount(const Setup& setup) {
+    constexpr std::uint16_t edgesOnly = 0x60;
+    auto made = simulator::SimulatedDetector::create(*simulator::findProfile(setup.profile));
+    made->writeRegister(0, edgesOnly);
+    if (setup.transport == TransportGE)
+        simulator::Rack::instance().mount(addressOf(setup), made);
+    else
+        simulator::Rack::instance().mountSlot(slotOf(setup), made);
+    return made;
+}
+
+std::unique_ptr<QuorinDetector> Board::makeFacade(const Setup& setup) {
+    return std::make_unique<QuorinDetector>(setup.transport, slotOf(setup), addressOf(setup).c_str());
+}
+
+Board::Board(const Setup& how) : setup(how), hardware(mount(how)), facade(makeFacade(how)) {
+    facade->OpenBoard(ringFrames);
+    if (setup.binning != Bin1x1) facade->SetBinningMode(setup.binning);
+    facade->ClearBuffers();
+}
+
+Board::~Board() = default;
+
+baseDetector& Board::core() {
+    return Facade::core(*facade);
+}
+
+std::size_t Board::frameBytes() const {
+    return static_cast<std::size_t>(facade->GetBufferXdim()) * static_cast<std::size_t>(facade->GetBufferYdim()) *
+           pixelBytes;
+}
+
+void* Board::ringBlock(int buffer) {
+    return Hidden::ring(static_cast<PleoraDetector&>(core()))->GetBuffer(buffer);
+}
+
+void* Board::frameEvent() {
+    if (setup.transport == TransportGE) return Hidden::event(static_cast<PleoraDetector&>(core()));
+    return HiddenGrabber::event(static_cast<EpixDetector&>(core()));
+}
+
+std::shared_ptr<xclib>& Board::grabberSeam() {
+    return HiddenGrabber::seam(static_cast<EpixDetector&>(core()));
+}
+
+void Board::awaitEnd() {
+    while (core().IsLive()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    core().GoUnLive();
+}
+
+void Board::runLive(int frames) {
+    core().GoLiveSeq(0, ringFrames - 1, frames);
+    awaitEnd();
+}
+
+std::function<void()> LogLines::take() {
+    class Notes : public spdlog::sinks::base_sink<std::mutex> {
+    public:
+        explicit Notes(std::vector<Line>& toFill) : lines(toFill) {}
+
+    protected:
+        void sink_it_(const spdlog::details::log_msg& message) override {
+            lines.push_back({message.level, std::string(message.payload.data(), message.payload.size())});
+        }
+        void flush_() override {}
+
+    private:
+        std::vector<Line>& lines;
+    };
+    const auto notes = std::make_shared<Notes>(lines);
+    getQorLogger()->sinks().push_back(notes);
+    return [notes] {
+        auto& sinks = getQorLogger()->sinks();
+        sinks.erase(std::remove(sinks.begin(), sinks.end(), notes), sinks.end());
+    };
+}
+
+void LogLines::write() const {
+    spdlog::logger& logger = *getQorLogger();
+    for (const Line& line : lines) logger.log(line.level, line.text);
+}
+
+LogLines LogLines::round(const std::string& start) const {
+    const auto begins = [&](const Line& line) { return line.text.rfind(start, 0) == 0; };
+    const auto last = std::find_if(lines.rbegin(), lines.rend(), begins);
+    const auto before = std::find_if(last == lines.rend() ? last : std::next(last), lines.rend(), begins);
+    if (before == lines.rend()) throw std::logic_error("the log has no two lines that begin with " + start);
+    LogLines round;
+    round.lines.assign(std::prev(before.base()), std::prev(last.base()));
+    return round;
+}
+
+}  // namespace bench

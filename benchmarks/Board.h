@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <spdlog/common.h>
+
+#include "QuorinDetector.h"
+#include "simulator/Rack.h"
+
+class xclib;
+
+namespace bench {
+
+/// A detector that is open, on a simulated one that exposes on a trigger edge alone.
+class Board {
+public:
+    struct Setup {
+        DetectorInterface transport = TransportGE;
+        std::string profile;
+        bins binning = Bin1x1;
+        int number = 1;  ///< of boards that are open at once
+    };
+    static constexpr int ringFrames = 4;
+
+    explicit Board(const Setup& setup);
+    ~Board();
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+
+    /// Puts a simulated detector where the facade for it reaches it.
+    static std::shared_ptr<simulator::SimulatedDetector> mount(const Setup& setup);
+    static std::unique_ptr<QuorinDetector> makeFacade(const Setup& setup);
+
+    baseDetector& core();
+    std::size_t frameBytes() const;
+    void* ringBlock(int buffer);  ///< GigE
+    void* frameEvent();
+    std::shared_ptr<xclib>& grabberSeam();
+
+    /// Runs `frames` frames into the ring and waits until the run is over.
+    void runLive(int frames);
+    void awaitEnd();
+
+    const Setup setup;
+    const std::shared_ptr<simulator::SimulatedDetector> hardware;
+    const std::unique_ptr<QuorinDetector> facade;
+};
+
+/// The bytes of one pixel.
+inline constexpr std::size_t pixelBytes = 2;
+
+inline const char* transportName(DetectorInterface transport) {
+    return transport == TransportGE ? "GigE" : "CL";
+}
+
+/// What the library logs, taken down once and written again by the logger alone, without anything being made of it.
+class LogLines {
+public:
+    /// The lines of what `work` does, on all threads.
+    template <class Work>
+    static LogLines of(const Work& work) {
+        LogLines lines;
+        const auto stop = lines.take();
+        work();
+        stop();
+        return lines;
+    }
+
+    void write() const;
+    std::size_t count() const { return lines.size(); }
+    /// The lines from the last but one that begins with `start` up to the last.
+    LogLines round(const std::string& start) const;
+
+private:
+    struct Line {
+        spdlog::level::level_enum level;
+        std::string text;
+    };
+    std::function<void()> take();
+
+    std::vector<Line> lines;
+};
+
+}  // namespace bench
