@@ -58,6 +58,10 @@ std::unique_ptr<QuorinDetector> Board::makeFacade(const Setup& setup) {
 
 Board::Board(const Setup& how) : setup(how), hardware(mount(how)), facade(makeFacade(how)) {
     facade->OpenBoard(ringFrames);
+    if (setup.rows != 0) {
+        facade->SetROIArea(facade->GetBufferXdim(), setup.rows);
+        facade->SetROIEnabled(true);
+    }
     if (setup.binning != Bin1x1) facade->SetBinningMode(setup.binning);
     facade->ClearBuffers();
 }
@@ -82,12 +86,12 @@ void* Board::frameEvent() {
     return HiddenGrabber::event(static_cast<EpixDetector&>(core()));
 }
 
-std::shared_ptr<xclib>& Board::grabberSeam() {
-    return HiddenGrabber::seam(static_cast<EpixDetector&>(core()));
+std::shared_ptr<xclib>& Board::grabberSeam(QuorinDetector& facade) {
+    return HiddenGrabber::seam(static_cast<EpixDetector&>(Facade::core(facade)));
 }
 
 void Board::awaitEnd() {
-    while (core().IsLive()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (core().IsLive()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     core().GoUnLive();
 }
 
@@ -103,7 +107,8 @@ std::function<void()> LogLines::take() {
 
     protected:
         void sink_it_(const spdlog::details::log_msg& message) override {
-            lines.push_back({message.level, std::string(message.payload.data(), message.payload.size())});
+            lines.push_back(
+                {message.level, message.thread_id, std::string(message.payload.data(), message.payload.size())});
         }
         void flush_() override {}
 
@@ -123,14 +128,29 @@ void LogLines::write() const {
     for (const Line& line : lines) logger.log(line.level, line.text);
 }
 
-LogLines LogLines::round(const std::string& start) const {
-    const auto begins = [&](const Line& line) { return line.text.rfind(start, 0) == 0; };
-    const auto last = std::find_if(lines.rbegin(), lines.rend(), begins);
-    const auto before = std::find_if(last == lines.rend() ? last : std::next(last), lines.rend(), begins);
-    if (before == lines.rend()) throw std::logic_error("the log has no two lines that begin with " + start);
-    LogLines round;
-    round.lines.assign(std::prev(before.base()), std::prev(last.base()));
+std::pair<LogLines, LogLines> LogLines::round(const std::string& start, const std::string& end) const {
+    const auto beginsWith = [](const std::string& text) {
+        return [&text](const Line& line) { return line.text.rfind(text, 0) == 0; };
+    };
+    const auto next = std::find_if(lines.rbegin(), lines.rend(), beginsWith(start));
+    const auto first = next == lines.rend() ? next : std::find_if(std::next(next), lines.rend(), beginsWith(start));
+    if (first == lines.rend()) throw std::logic_error("the log has no two lines that begin with " + start);
+    std::pair<LogLines, LogLines> round;
+    LogLines* part = &round.first;
+    for (auto line = std::prev(first.base()); line != std::prev(next.base()); ++line) {
+        if (line->thread != next->thread) continue;
+        part->lines.push_back(*line);
+        if (beginsWith(end)(*line)) part = &round.second;
+    }
     return round;
+}
+
+QuietLog::QuietLog() : level(getQorLogger()->level()) {
+    getQorLogger()->set_level(spdlog::level::off);
+}
+
+QuietLog::~QuietLog() {
+    getQorLogger()->set_level(level);
 }
 
 }  // namespace bench

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <spdlog/common.h>
+
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
-
-#include <spdlog/common.h>
 
 #include "QuorinDetector.h"
 #include "simulator/Rack.h"
@@ -22,7 +24,10 @@ public:
         std::string profile;
         bins binning = Bin1x1;
         int number = 1;  ///< of boards that are open at once
+        int rows = 0;    ///< of the region of interest; 0: the whole panel
     };
+    /// Frames of 49 KB, as small as any detector has.
+    static Setup smallestFrames() { return {TransportGE, "6112-kestrane", Bin4x4, 1, 128}; }
     static constexpr int ringFrames = 4;
 
     explicit Board(const Setup& setup);
@@ -34,11 +39,13 @@ public:
     static std::shared_ptr<simulator::SimulatedDetector> mount(const Setup& setup);
     static std::unique_ptr<QuorinDetector> makeFacade(const Setup& setup);
 
+    /// What the facade's frame grabber is reached through.
+    static std::shared_ptr<xclib>& grabberSeam(QuorinDetector& facade);
+
     baseDetector& core();
     std::size_t frameBytes() const;
     void* ringBlock(int buffer);  ///< GigE
     void* frameEvent();
-    std::shared_ptr<xclib>& grabberSeam();
 
     /// Runs `frames` frames into the ring and waits until the run is over.
     void runLive(int frames);
@@ -70,18 +77,32 @@ public:
     }
 
     void write() const;
-    std::size_t count() const { return lines.size(); }
-    /// The lines from the last but one that begins with `start` up to the last.
-    LogLines round(const std::string& start) const;
+
+    /// The lines of one round of a thread, from the last but one that begins with `start` to the last: those up to the
+    /// one that begins with `end`, and those behind it.
+    std::pair<LogLines, LogLines> round(const std::string& start, const std::string& end) const;
 
 private:
     struct Line {
         spdlog::level::level_enum level;
+        std::size_t thread;
         std::string text;
     };
     std::function<void()> take();
 
     std::vector<Line> lines;
+};
+
+/// No log while this object exists.
+class QuietLog {
+public:
+    QuietLog();
+    ~QuietLog();
+    QuietLog(const QuietLog&) = delete;
+    QuietLog& operator=(const QuietLog&) = delete;
+
+private:
+    const spdlog::level::level_enum level;
 };
 
 }  // namespace bench

@@ -29,9 +29,12 @@ Spread spreadOf(std::vector<double> values) {
 
 std::string amount(Unit unit, double value) {
     switch (unit) {
-        case Unit::Count: return fmt::format("{:.3g}", value);
-        case Unit::Megabytes: return fmt::format("{:.3g} MB", value);
-        case Unit::Seconds: break;
+        case Unit::Count:
+            return fmt::format("{:.3g}", value);
+        case Unit::Megabytes:
+            return fmt::format("{:.3g} MB", value);
+        case Unit::Seconds:
+            break;
     }
     constexpr std::pair<double, const char*> scales[] = {{1.0, "s"}, {1e-3, "ms"}, {1e-6, "us"}};
     for (const auto& [scale, name] : scales)

@@ -22,6 +22,7 @@ struct Lane {
 
 struct Source {
     std::vector<std::unique_ptr<Lane>> lanes;
+    std::size_t frameBytes = 0;
     bool endless = true;
     std::uint64_t firstFrame = 0;
     std::uint64_t lastFrame = 0;
@@ -38,18 +39,23 @@ Source& source() {
     return theSource;
 }
 
+/// Lanes of the size are used again.
 void set(std::size_t frameBytes, std::size_t lanes) {
     Source& all = source();
-    all.lanes.clear();
-    for (std::size_t lane = 0; lane < lanes; ++lane) {
-        all.lanes.push_back(std::make_unique<Lane>());
-        for (std::size_t buffer = 0; buffer < buffersOfALane; ++buffer) {
-            auto filled = std::make_unique<PvBuffer>();
-            filled->Alloc(static_cast<std::uint32_t>(frameBytes));
-            std::memset(filled->GetImage()->GetDataPointer(), 0x5A, frameBytes);
-            all.lanes.back()->buffers.push_back(std::move(filled));
+    if (all.lanes.size() != lanes || all.frameBytes != frameBytes) {
+        all.lanes.clear();
+        all.frameBytes = frameBytes;
+        for (std::size_t lane = 0; lane < lanes; ++lane) {
+            all.lanes.push_back(std::make_unique<Lane>());
+            for (std::size_t buffer = 0; buffer < buffersOfALane; ++buffer) {
+                auto filled = std::make_unique<PvBuffer>();
+                filled->Alloc(static_cast<std::uint32_t>(frameBytes));
+                std::memset(filled->GetImage()->GetDataPointer(), 0x5A, frameBytes);
+                all.lanes.back()->buffers.push_back(std::move(filled));
+            }
         }
     }
+    for (const auto& lane : all.lanes) lane->taken = 0;
     all.claimed = 0;
     all.onDemand = 0;
     ++all.setting;

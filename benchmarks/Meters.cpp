@@ -16,10 +16,10 @@ std::atomic<std::uint64_t> allocationCount{0};
 // too.
 extern "C" {
 
-void* __libc_malloc(std::size_t size);                             // NOLINT: the C library's name
-void* __libc_calloc(std::size_t count, std::size_t size);          // NOLINT
-void* __libc_realloc(void* block, std::size_t size);               // NOLINT
-void* __libc_memalign(std::size_t alignment, std::size_t size);    // NOLINT
+void* __libc_malloc(std::size_t size);                           // NOLINT: the C library's name
+void* __libc_calloc(std::size_t count, std::size_t size);        // NOLINT
+void* __libc_realloc(void* block, std::size_t size);             // NOLINT
+void* __libc_memalign(std::size_t alignment, std::size_t size);  // NOLINT
 
 void* malloc(std::size_t size) {  // NOLINT
     allocationCount.fetch_add(1, std::memory_order_relaxed);

@@ -1,13 +1,12 @@
 // What a call costs that moves no frame: the trace, the serial channel, opening.
 
 #include <array>
-#include <cstring>
+#include <string>
+#include <vector>
 
 #include "benchmarks/Board.h"
+#include "benchmarks/InstantLine.h"
 #include "benchmarks/allFigures.h"
-#include "detector/baseDetector/serialProtocol.h"
-#include "detector/xclib_real.h"
-#include "detector/baseDetector.h"
 #include "platform/VirtualClock.h"
 
 namespace bench {
@@ -29,80 +28,79 @@ void addGetter() {
     add(std::move(figure));
 }
 
-/// A serial line that answers at once: the frame grabber's, with a canned reply.
-class InstantLine : public xclib_real {
-public:
-    int serialRead(pxdstate* /*state*/, int /*unitMap*/, int /*port*/, char* buffer, int /*size*/) override {
-        constexpr std::string_view reply = "S00042\r";
-        reply.copy(buffer, reply.size());
-        return static_cast<int>(reply.size());
-    }
-    int serialWrite(pxdstate* /*state*/, int /*unitMap*/, int /*port*/, char* /*buffer*/, int /*size*/) override {
-        return 0;
-    }
-};
-
 void addExchange() {
     Figure figure;
     figure.name = "serial-exchange/kestrane";
     figure.bound = 1.5;
     figure.prepare = []() -> std::function<Sample()> {
-        const auto board = std::make_shared<Board>(Board::Setup{TransportCL, "5101-kestrane", Bin4x4});
         const auto line = std::make_shared<InstantLine>();
-        struct Substitute {
-            std::shared_ptr<Board> board;
-            std::shared_ptr<xclib> before;
-            ~Substitute() { board->grabberSeam() = before; }
+        const LogLines lines = LogLines::of([&] { line->exchange(); });
+        return [=] {
+            return byTurns(
+                calls, chunk, [&] { line->exchange(); },
+                [&] {
+                    line->bareExchange();
+                    lines.write();
+                });
         };
-        const std::shared_ptr<Substitute> substitute(new Substitute{board, board->grabberSeam()});
-        board->grabberSeam() = line;
-        constexpr std::string_view command = "R1123";
-        const auto exchange = [=] {
-            std::array<char, serial::replySize> reply{};
-            board->core().SendCommandWithoutFlashStatusCheck(command.data(), command.size(), reply.data(),
-                                                             serial::kestranePollDelayMs);
-        };
-        const LogLines lines = LogLines::of(exchange);
-        const auto bare = [=] {
-            std::array<char, serial::replySize> reply{};
-            xclib& seam = *board->grabberSeam();
-            std::array<char, serial::commandSize> sent{};
-            command.copy(sent.data(), command.size());
-            seam.serialWrite(nullptr, 1, 0, sent.data(), static_cast<int>(command.size()));
-            seam.serialRead(nullptr, 1, 0, reply.data(), static_cast<int>(reply.size()));
-            lines.write();
-        };
-        return [=, keep = substitute] { return byTurns(calls, chunk, exchange, bare); };
     };
     add(std::move(figure));
 }
 
-/// On the virtual clock time goes by in pauses, time-outs and on the wire alone: what an open takes there is what the
-/// protocol asks for.
-double openOnVirtualClock(const Board::Setup& setup, int baud) {
+constexpr int baud = 115200;
+
+/// Every command that an open sends, in their order.
+std::vector<std::string> commandsOfOpen(const char* profile) {
+    class Listener : public xclib_real {
+    public:
+        explicit Listener(std::vector<std::string>& toFill) : commands(toFill) {}
+        int serialWrite(pxdstate* state, int unitMap, int port, char* buffer, int size) override {
+            commands.emplace_back(buffer, static_cast<std::size_t>(size));
+            return xclib_real::serialWrite(state, unitMap, port, buffer, size);
+        }
+
+    private:
+        std::vector<std::string>& commands;
+    };
     const platform::ScopedVirtualClock clock;
+    const Board::Setup setup{TransportCL, profile};
     Board::mount(setup)->setWireSpeed(baud);
     const auto facade = Board::makeFacade(setup);
-    const platform::Time begin = platform::now();
+    std::vector<std::string> commands;
+    Board::grabberSeam(*facade) = std::make_shared<Listener>(commands);
     facade->OpenBoard(Board::ringFrames);
-    return Seconds(platform::now() - begin).count();
+    return commands;
 }
 
-void addOpen(DetectorInterface transport, const char* profile) {
-    constexpr int baud = 115200;
+/// The exchanges that the protocol asks for, each with its pause, and nothing between them.
+/// What electronics they are is asked before it is known that these need no pause.
+void exchangeAll(simulator::SimulatedDetector& detector, const std::vector<std::string>& commands, int usualPauseMs) {
+    constexpr int replyTimeoutMs = 1000;
+    for (const std::string& command : commands) {
+        std::array<char, serial::replySize> reply{};
+        detector.serialWrite(command);
+        const bool askedForFamily = command.compare(0, serial::familyRead.size(), serial::familyRead) == 0;
+        const int pauseMs = askedForFamily ? serial::plainPollDelayMs : usualPauseMs;
+        if (pauseMs > 0) platform::sleepFor(std::chrono::milliseconds(pauseMs));
+        (void)detector.serialRead(reply.data(), reply.size(), platform::deadlineAfterMs(replyTimeoutMs));
+    }
+}
+
+void addOpen(DetectorInterface transport, const char* profile, int pauseMs) {
     Figure figure;
     figure.name = std::string("OpenBoard/") + transportName(transport) + "/" + profile;
     figure.bound = 1.05;
     figure.repetitions = 9;
     figure.prepare = [=]() -> std::function<Sample()> {
-        const Board::Setup setup{transport, profile};
-        const double asked = openOnVirtualClock(setup, baud);
+        const std::vector<std::string> commands = commandsOfOpen(profile);
         return [=] {
+            const Board::Setup setup{transport, profile};
+            const auto bare = Board::mount(setup);
+            bare->setWireSpeed(baud);
             Board::mount(setup)->setWireSpeed(baud);
             const auto facade = Board::makeFacade(setup);
-            const std::chrono::nanoseconds begin = wallTime();
-            facade->OpenBoard(Board::ringFrames);
-            return Sample{Seconds(wallTime() - begin).count(), asked};
+            return byTurns(
+                1, 1, [&] { facade->OpenBoard(Board::ringFrames); }, [&] { exchangeAll(*bare, commands, pauseMs); });
         };
     };
     add(std::move(figure));
@@ -113,8 +111,10 @@ void addOpen(DetectorInterface transport, const char* profile) {
 void addCallFigures() {
     addGetter();
     addExchange();
-    for (const DetectorInterface transport : {TransportGE, TransportCL})
-        for (const char* profile : {"5101", "5101-kestrane"}) addOpen(transport, profile);
+    for (const DetectorInterface transport : {TransportGE, TransportCL}) {
+        addOpen(transport, "5101", serial::plainPollDelayMs);
+        addOpen(transport, "5101-kestrane", serial::kestranePollDelayMs);
+    }
 }
 
 }  // namespace bench

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
+#include <random>
 #include <thread>
 
 #include "benchmarks/Board.h"
@@ -23,46 +25,56 @@ struct FrameSize {
 };
 constexpr FrameSize small{"0.17MB", "5101", Bin4x4, 3000, 50};
 constexpr FrameSize middle{"6MB", "5309", Bin1x1, 40, 1};
-constexpr FrameSize large{"24MB", "7127", Bin1x1, 10, 1};
+constexpr FrameSize large{"24MB", "7127", Bin1x1, 16, 1};
 
+constexpr double smallFrameBound = 1.3;
+constexpr double severalBound = 1.1;
 constexpr DetectorInterface transports[] = {TransportGE, TransportCL};
 
-/// A board, a place for its frames, and what a copy costs without the library.
+/// A board, a place for its frames, and memory of the kind that the transport keeps its frames in.
 struct Reader {
     Board board;
-    std::vector<unsigned char> grabberMemory;
     std::vector<unsigned char> memory;
     QorImage image;
-    const void* frame;  ///< memory of the kind that the transport keeps its frames in
+    std::vector<std::vector<unsigned char>> grabberMemory;
+    std::vector<const void*> frames;
     LogLines lines;
 
     Reader(DetectorInterface transport, const FrameSize& size)
         : board({transport, size.profile, size.binning}), memory(board.frameBytes(), 1) {
-        if (transport == TransportCL) grabberMemory.assign(board.frameBytes(), 1);
-        frame = grabberMemory.data();
-        if (transport == TransportGE) frame = board.ringBlock(0);
+        for (int buffer = 0; buffer < Board::ringFrames; ++buffer)
+            if (transport == TransportGE)
+                frames.push_back(board.ringBlock(buffer));
+            else
+                frames.push_back(grabberMemory.emplace_back(board.frameBytes(), 1).data());
         board.facade->ReadBuffer(0, image, 0);
         lines = LogLines::of([&] { board.facade->ReadBuffer(0, memory.data()); });
     }
 };
 
+/// Buffers at random, so that neither side finds more of its frame in a cache.
 void addReadBuffer(DetectorInterface transport, const FrameSize& size, bool toImage) {
     Figure figure;
-    figure.name =
-        fmt::format("ReadBuffer/{}/{}/{}", transportName(transport), size.name, toImage ? "image" : "memory");
+    figure.name = fmt::format("ReadBuffer/{}/{}/{}", transportName(transport), size.name, toImage ? "image" : "memory");
     figure.limit = Limit::AtLeast;
     figure.bound = 0.95;
     figure.prepare = [=]() -> std::function<Sample()> {
         const auto reader = std::make_shared<Reader>(transport, size);
         return [=] {
+            QuorinDetector& detector = *reader->board.facade;
             void* const target = toImage ? reader->image.GetDataPointerToPlane(0) : reader->memory.data();
+            std::minstd_rand toRead(1);
+            std::minstd_rand toCopy(2);
             const auto read = [&] {
+                const int buffer = static_cast<int>(toRead() % Board::ringFrames);
                 if (toImage)
-                    reader->board.facade->ReadBuffer(0, reader->image, 0);
+                    detector.ReadBuffer(buffer, reader->image, 0);
                 else
-                    reader->board.facade->ReadBuffer(0, reader->memory.data());
+                    detector.ReadBuffer(buffer, reader->memory.data());
             };
-            const auto copy = [&] { std::memcpy(target, reader->frame, reader->memory.size()); };
+            const auto copy = [&] {
+                std::memcpy(target, reader->frames[toCopy() % Board::ringFrames], reader->memory.size());
+            };
             return byTurns(size.calls, size.chunk, read, copy);
         };
     };
@@ -78,7 +90,7 @@ void addReadSmallBuffer(DetectorInterface transport) {
         return [=] {
             const auto read = [&] { reader->board.facade->ReadBuffer(0, reader->memory.data()); };
             const auto copyAndLog = [&] {
-                std::memcpy(reader->memory.data(), reader->frame, reader->memory.size());
+                std::memcpy(reader->memory.data(), reader->frames.front(), reader->memory.size());
                 reader->lines.write();
             };
             return byTurns(small.calls, small.chunk, read, copyAndLog);
@@ -106,26 +118,31 @@ double secondsPerFrame(const source::Span& span, std::uint64_t frames) {
 
 /// The lines of one frame of a live run.
 LogLines linesOfAFrame(const std::shared_ptr<Board>& board) {
-    return LogLines::of([&] { runLive({board}, 4); }).round("Acquired frame");
+    return LogLines::of([&] { runLive({board}, 4); }).round("Acquired frame", "nothing").first;
 }
 
-/// What the copies of the frames cost on a thread that does nothing else, from and to the same memory; and the log's
-/// lines, if `lines` are given.
-double plainCopies(Board& board, std::uint64_t frames, const LogLines& lines) {
-    std::chrono::nanoseconds spent{0};
-    std::thread([&] {
-        const std::vector<std::uint8_t*> sources = source::buffers(0);
-        const std::size_t bytes = board.frameBytes();
-        std::chrono::nanoseconds begin{0};
-        for (std::uint64_t frame = 0; frame < warmUp + frames; ++frame) {
-            if (frame == warmUp) begin = wallTime();
-            std::memcpy(board.ringBlock(static_cast<int>(frame % Board::ringFrames)), sources[frame % sources.size()],
-                        bytes);
-            lines.write();
-        }
-        spent = wallTime() - begin;
-    }).join();
-    return Seconds(spent).count() / static_cast<double>(frames);
+/// What the copies of the frames cost on a thread for each board that does nothing else, from and to the same memory;
+/// and the log's lines, if `lines` are given.
+double plainCopies(const std::vector<std::shared_ptr<Board>>& boards, std::uint64_t frames, const LogLines& lines) {
+    std::vector<double> seconds(boards.size());
+    std::vector<std::thread> threads;
+    for (std::size_t lane = 0; lane < boards.size(); ++lane)
+        threads.emplace_back([&, lane] {
+            const std::vector<std::uint8_t*> sources = source::buffers(static_cast<int>(lane));
+            Board& board = *boards[lane];
+            const std::size_t bytes = board.frameBytes();
+            std::chrono::nanoseconds begin{0};
+            for (std::uint64_t frame = 0; frame < warmUp + frames + warmUp; ++frame) {
+                if (frame == warmUp) begin = wallTime();
+                if (frame == warmUp + frames) seconds[lane] = Seconds(wallTime() - begin).count();
+                std::memcpy(board.ringBlock(static_cast<int>(frame % Board::ringFrames)),
+                            sources[frame % sources.size()], bytes);
+                lines.write();
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    const double all = std::accumulate(seconds.begin(), seconds.end(), 0.0);
+    return all / static_cast<double>(boards.size() * frames);
 }
 
 void addLive(const FrameSize& size, double bound, bool withLog) {
@@ -138,27 +155,32 @@ void addLive(const FrameSize& size, double bound, bool withLog) {
         const auto frames = static_cast<std::uint64_t>(size.calls);
         return [=] {
             const double measured = secondsPerFrame(runLive({board}, frames).front(), frames);
-            return Sample{measured, plainCopies(*board, frames, lines)};
+            return Sample{measured, plainCopies({board}, frames, lines)};
         };
     };
     add(std::move(figure));
 }
 
-/// Several detectors at once against one of them. Where the cores don't last, a frame's share of them counts.
-void addSeveral(int count) {
-    constexpr std::uint64_t frames = 60;
+/// Several detectors at once, and as many threads that do nothing but their copies: what the memory's bandwidth and the
+/// cores allow is on both sides. Processor time counts, so that there may be more threads than cores.
+void addSeveral(int count, const FrameSize& size, bool withLog) {
     Figure figure;
-    figure.name = fmt::format("live/{}-detectors/6MB", count);
-    figure.bound = 1.1;
+    figure.name = fmt::format("live/{}-detectors/{}/{}", count, size.name, withLog ? "memcpy+log" : "memcpy");
+    figure.bound = withLog ? smallFrameBound : severalBound;
     figure.prepare = [=]() -> std::function<Sample()> {
         std::vector<std::shared_ptr<Board>> boards;
         for (int number = 1; number <= count; ++number)
-            boards.push_back(std::make_shared<Board>(Board::Setup{TransportGE, middle.profile, middle.binning, number}));
+            boards.push_back(std::make_shared<Board>(Board::Setup{TransportGE, size.profile, size.binning, number}));
+        const LogLines lines = withLog ? linesOfAFrame(boards.front()) : LogLines();
+        const auto frames = static_cast<std::uint64_t>(size.calls);
         return [=] {
-            double measured = 0.0;
-            for (const source::Span& span : runLive(boards, frames)) measured += secondsPerFrame(span, frames) / count;
-            measured *= std::min(1.0, static_cast<double>(std::thread::hardware_concurrency()) / count);
-            return Sample{measured, secondsPerFrame(runLive({boards.front()}, frames).front(), frames)};
+            const auto processorSeconds = [](const auto& work) {
+                const std::chrono::nanoseconds begin = processorTime();
+                work();
+                return Seconds(processorTime() - begin).count();
+            };
+            const double measured = processorSeconds([&] { runLive(boards, frames); });
+            return Sample{measured, processorSeconds([&] { plainCopies(boards, frames, lines); })};
         };
     };
     add(std::move(figure));
@@ -235,8 +257,11 @@ void addFrameFigures() {
             for (const bool toImage : {false, true}) addReadBuffer(transport, size, toImage);
     for (const DetectorInterface transport : transports) addReadSmallBuffer(transport);
     addLive(large, 1.05, false);
-    addLive(small, 1.3, true);
-    for (const int count : {2, 4}) addSeveral(count);
+    addLive(small, smallFrameBound, true);
+    for (const int count : {1, 2, 4}) {
+        addSeveral(count, middle, false);
+        addSeveral(count, small, true);
+    }
     addLiveAllocations();
     for (const DetectorInterface transport : transports)
         for (const bool toImage : {false, true}) addReadAllocations(transport, toImage);

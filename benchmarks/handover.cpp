@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "benchmarks/Board.h"
 #include "benchmarks/FrameSource.h"
@@ -16,10 +17,6 @@ namespace {
 
 constexpr int waitMs = 5000;
 constexpr int rounds = 1000;
-
-Board::Setup smallFrames() {
-    return {TransportGE, "5101", Bin4x4};
-}
 
 /// A flag that one thread raises and another waits for: the handover that nothing can do without.
 class Flag {
@@ -76,13 +73,18 @@ private:
     std::vector<double> taken = std::vector<double>(rounds);
 };
 
-double bareHandover(double share) {
+/// The lines that a thread logs for one frame: before the moment that counts, and behind it.
+using Turn = std::pair<LogLines, LogLines>;
+
+double bareHandover(double share, const Turn& receiversTurn) {
     Flag flag;
     Signals signals;
     std::thread receiver([&] {
         for (int round = 0; round < rounds; ++round) {
             flag.await();
+            receiversTurn.first.write();
             signals.note();
+            receiversTurn.second.write();
         }
     });
     signals.send([&] { flag.raise(); });
@@ -117,15 +119,52 @@ double signalToCallback(Board& board, double share) {
     return signals.percentile(share);
 }
 
-void addLatency(const std::string& name, double (*measure)(Board&, double), double share, double bound) {
+constexpr double median = 0.5;
+constexpr double worstOfAHundred = 0.99;
+constexpr const char* wokenLine = "FRAME_EVENT: Frame captured event";
+
+struct Receiver {
+    const char* name;
+    double (*measure)(Board&, double);
+    const char* lastLine;  ///< of the log before the moment that counts
+};
+constexpr Receiver waitImage{"WaitImage", signalToWait, "EXIT: "};
+constexpr Receiver callback{"callback", signalToCallback, "CALLBACK: Calling"};
+
+/// What stands against a figure of the handover. The lines that the library logs between signal and receiver are many
+/// times the handover, and a hundredth of them finds the file's buffer full.
+enum class Against {
+    Bare,       ///< the handover alone, for the library as it is shipped
+    BareNoLog,  ///< the handover alone, for the library with its log switched off
+    WithLog     ///< the handover with the lines of the log, written by the logger alone
+};
+
+const char* suffix(Against against) {
+    switch (against) {
+        case Against::Bare:
+            return "";
+        case Against::BareNoLog:
+            return "/log-off";
+        case Against::WithLog:
+            break;
+    }
+    return "/against-log";
+}
+
+void addLatency(const Receiver& receiver, const char* what, double share, double bound, Against against) {
     Figure figure;
-    figure.name = name;
+    figure.name = std::string("signal-to-") + receiver.name + "/" + what + suffix(against);
     figure.bound = bound;
     figure.prepare = [=]() -> std::function<Sample()> {
-        const auto board = std::make_shared<Board>(smallFrames());
-        return [=] {
-            const double bare = bareHandover(share);
-            return Sample{measure(*board, share), bare};
+        const auto board = std::make_shared<Board>(Board::smallestFrames());
+        std::shared_ptr<QuietLog> quiet;
+        Turn turn;
+        if (against == Against::BareNoLog) quiet = std::make_shared<QuietLog>();
+        if (against == Against::WithLog)
+            turn = LogLines::of([&] { receiver.measure(*board, share); }).round(wokenLine, receiver.lastLine);
+        return [=, keep = quiet] {
+            const double bare = bareHandover(share, turn);
+            return Sample{receiver.measure(*board, share), bare};
         };
     };
     add(std::move(figure));
@@ -145,34 +184,47 @@ double lockStep(Board& board) {
     return Seconds(spent).count() / rounds;
 }
 
-double bareLockStep() {
+double bareLockStep(const Turn& liveThreadsTurn, const Turn& waitersTurn) {
     Flag there;
     Flag back;
     std::thread peer([&] {
         for (int round = 0; round < rounds; ++round) {
             there.await();
+            liveThreadsTurn.first.write();
             back.raise();
+            liveThreadsTurn.second.write();
         }
     });
     const std::chrono::nanoseconds begin = wallTime();
     for (int round = 0; round < rounds; ++round) {
         there.raise();
         back.await();
+        waitersTurn.first.write();
+        waitersTurn.second.write();
     }
     const std::chrono::nanoseconds spent = wallTime() - begin;
     peer.join();
     return Seconds(spent).count() / rounds;
 }
 
-void addLockStep() {
+void addLockStep(Against against) {
     Figure figure;
-    figure.name = "frames-per-second/WaitImage/0.17MB";
+    figure.name = std::string("frames-per-second/49KB") + suffix(against);
     figure.limit = Limit::AtLeast;
     figure.bound = 0.6;
-    figure.prepare = []() -> std::function<Sample()> {
-        const auto board = std::make_shared<Board>(smallFrames());
-        return [=] {
-            const double bare = bareLockStep();
+    figure.prepare = [=]() -> std::function<Sample()> {
+        const auto board = std::make_shared<Board>(Board::smallestFrames());
+        std::shared_ptr<QuietLog> quiet;
+        Turn live;
+        Turn waiter;
+        if (against == Against::BareNoLog) quiet = std::make_shared<QuietLog>();
+        if (against == Against::WithLog) {
+            const LogLines lines = LogLines::of([&] { lockStep(*board); });
+            live = lines.round("Acquired frame", "FRAME_EVENT: Signal");
+            waiter = lines.round(wokenLine, waitImage.lastLine);
+        }
+        return [=, keep = quiet] {
+            const double bare = bareLockStep(live, waiter);
             return Sample{lockStep(*board), bare};
         };
     };
@@ -185,7 +237,7 @@ void addWaitAllocations() {
     figure.unit = Unit::Count;
     figure.repetitions = 9;
     figure.prepare = []() -> std::function<Sample()> {
-        const auto board = std::make_shared<Board>(smallFrames());
+        const auto board = std::make_shared<Board>(Board::smallestFrames());
         return [=] {
             const std::uint64_t before = allocations();
             for (int round = 0; round < rounds; ++round) {
@@ -201,13 +253,12 @@ void addWaitAllocations() {
 }  // namespace
 
 void addHandoverFigures() {
-    constexpr double median = 0.5;
-    constexpr double worstOfAHundred = 0.99;
-    addLockStep();
-    addLatency("signal-to-WaitImage/median", signalToWait, median, 1.5);
-    addLatency("signal-to-WaitImage/99th", signalToWait, worstOfAHundred, 2.0);
-    addLatency("signal-to-callback/median", signalToCallback, median, 1.5);
-    addLatency("signal-to-callback/99th", signalToCallback, worstOfAHundred, 2.0);
+    for (const Against against : {Against::BareNoLog, Against::WithLog}) addLockStep(against);
+    for (const Receiver& receiver : {waitImage, callback}) {
+        addLatency(receiver, "median", median, 1.5, Against::Bare);
+        for (const Against against : {Against::BareNoLog, Against::WithLog})
+            addLatency(receiver, "99th", worstOfAHundred, 2.0, against);
+    }
     addWaitAllocations();
 }
 

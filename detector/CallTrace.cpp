@@ -9,45 +9,45 @@
 #include "detector/attempt.h"
 #include "logging.h"
 
-CallTrace::CallTrace(const char* methodName, const std::string& arguments) : name(methodName) {
-    logIfThereIsMemory([&] { getQorLogger()->info("ENTER: {}({})", name, arguments); });
-}
-
 CallTrace::~CallTrace() {
-    getQorLogger()->info("EXIT: {}{}", name, resultText);
+    logIfThereIsMemory([&] {
+        if (line.view().empty()) line.add("EXIT: ", name);
+        trace::logLine(line);
+    });
 }
 
 namespace trace {
 
-std::string text(const DevInfo& info) {
+void put(Text& to, const DevInfo& info) {
     // The record comes from the application: its text may fill the field without a terminator.
-    const std::string param(info.param, strnlen(info.param, sizeof(info.param)));
-    return fmt::format("DevInfo{{{}, {}, {}, \"{}\", {}, {}}}", info.id0, info.id1, static_cast<int>(info.iface), param,
-                       info.unit, info.grabberFlag);
+    const std::string_view param(info.param, strnlen(info.param, sizeof(info.param)));
+    to.format("DevInfo{{{}, {}, {}, \"{}\", {}, {}}}", info.id0, info.id1, static_cast<int>(info.iface), param,
+              info.unit, info.grabberFlag);
 }
 
-std::string text(const QorImage& image) {
-    return fmt::format("QorImage{{{}x{}x{}:{}}}", image.GetImageXdim(), image.GetImageYdim(), image.GetImageDepth(),
-                       static_cast<int>(image.GetImagePixelType()));
+void put(Text& to, const QorImage& image) {
+    to.format("QorImage{{{}x{}x{}:{}}}", image.GetImageXdim(), image.GetImageYdim(), image.GetImageDepth(),
+              static_cast<int>(image.GetImagePixelType()));
 }
 
-std::string text(const char* value) {
-    return value == nullptr ? addressText(value) : text(std::string(value));
+void put(Text& to, const char* value) {
+    if (value == nullptr)
+        put(to, static_cast<const void*>(value));
+    else
+        to.format("\"{}\"", value);
 }
 
-std::string text(const std::string& value) {
-    return fmt::format("\"{}\"", value);
+void put(Text& to, const std::string& value) {
+    to.format("\"{}\"", value);
 }
 
-std::string addressText(const void* address) {
-    return fmt::format("{}", address);
-}
-
-std::string text(const Floats& array) {
-    std::string all;
-    for (std::size_t index = 0; index < array.count; ++index)
-        all += (index == 0 ? "" : ", ") + fmt::format("{}", array.values[index]);
-    return "{" + all + "}";
+void put(Text& to, const Floats& array) {
+    to.add("{");
+    for (std::size_t index = 0; index < array.count; ++index) {
+        if (index > 0) to.add(", ");
+        put(to, array.values[index]);
+    }
+    to.add("}");
 }
 
 }  // namespace trace

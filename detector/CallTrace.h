@@ -1,81 +1,75 @@
 #pragma once
 
-#include <fmt/format.h>
-
 #include <cstddef>
 #include <exception>
+#include <new>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
 #include "DevInfo.h"
 #include "QorImage.h"
 #include "QuorinException.h"
+#include "detector/LogText.h"
 #include "detector/attempt.h"
 
-/// The trace of one public call: an ENTER line when it is made, an EXIT line when it goes.
-class CallTrace {
-public:
-    CallTrace(const char* methodName, const std::string& arguments);
-    ~CallTrace();
-    CallTrace(const CallTrace&) = delete;
-    CallTrace& operator=(const CallTrace&) = delete;
-
-    /// Records the text of the result, without its arrow. `make` gives it.
-    template <class Make>
-    void setResult(Make&& make) {
-        logIfThereIsMemory([&] { resultText = " -> " + make(); });
-    }
-
-private:
-    const char* name;
-    std::string resultText;
-};
-
-/// Texts of arguments and results as the trace prints them.
+/// Arguments and results as the trace prints them, beside what LogText.h knows.
 namespace trace {
 
-std::string text(const DevInfo& info);
-std::string text(const QorImage& image);
-std::string text(const char* value);         ///< in double quotes; a null pointer as an address
-std::string text(const std::string& value);  ///< in double quotes
-std::string addressText(const void* address);
+void put(Text& to, const DevInfo& info);
+void put(Text& to, const QorImage& image);
+void put(Text& to, const char* value);         ///< in double quotes; a null pointer as an address
+void put(Text& to, const std::string& value);  ///< in double quotes
 
 /// An array of floats: the elements in braces.
 struct Floats {
     const float* values;
     std::size_t count;
 };
-std::string text(const Floats& array);
-
-template <class T>
-std::string text(const T& value) {
-    if constexpr (std::is_enum_v<T>) {
-        return fmt::format("{}", static_cast<int>(value));
-    } else if constexpr (std::is_pointer_v<T> && std::is_function_v<std::remove_pointer_t<T>>) {
-        return addressText(reinterpret_cast<const void*>(value));
-    } else if constexpr (std::is_pointer_v<T>) {
-        return addressText(value);
-    } else {
-        return fmt::format("{}", value);
-    }
-}
-
-/// The argument list: each text followed by ", ", the last one cut.
-template <class... Arguments>
-std::string list(const Arguments&... arguments) {
-    std::string all;
-    ((all += text(arguments) + ", "), ...);
-    if (!all.empty()) all.resize(all.size() - 2);
-    return all;
-}
+void put(Text& to, const Floats& array);
 
 }  // namespace trace
 
-/// The arguments of a call, as text once the frame asks for it.
+/// The trace of one public call: an ENTER line when it is made, an EXIT line when it goes. Lines that there is no
+/// memory for are left out.
+class CallTrace {
+public:
+    /// @param putArguments  adds the argument list to a `trace::Text`
+    template <class PutArguments>
+    CallTrace(std::string_view methodName, const PutArguments& putArguments) : name(methodName) {
+        logIfThereIsMemory([&] {
+            line.add("ENTER: ", name, "(");
+            putArguments(line);
+            line.add(")");
+            trace::logLine(line);
+        });
+        line.clear();
+    }
+    ~CallTrace();
+    CallTrace(const CallTrace&) = delete;
+    CallTrace& operator=(const CallTrace&) = delete;
+
+    /// Records the result.
+    template <class... Values>
+    void setResult(const Values&... values) {
+        try {
+            line.add("EXIT: ", name, " -> ");
+            trace::putList(line, values...);
+        } catch (const std::bad_alloc&) {
+            line.clear();
+        }
+    }
+
+private:
+    const std::string_view name;
+    trace::Text line;  ///< the EXIT line once there is a result
+};
+
+/// The arguments of a call, made to text once the trace asks for it.
 template <class... Arguments>
 auto traced(const Arguments&... arguments) {
-    return [&] { return trace::list(arguments...); };
+    return [&](trace::Text& to) { trace::putList(to, arguments...); };
 }
 
 /// A public method's qualified name and where its frame stands.
@@ -97,22 +91,20 @@ struct MethodName {
 /// The frame that every public method runs in: trace, body, result text, and whatever is thrown turned into one
 /// `QuorinException` that names the method.
 ///
-/// @param arguments  makes the text of the argument list
+/// @param arguments  adds the argument list to a `trace::Text`, as `traced` does
 /// @param body       makes the call. Its result is traced; a body that takes the `CallTrace&` records its result
 ///                   itself, or not at all.
 template <class Arguments, class Body>
 decltype(auto) callFrame(const MethodName& method, Arguments&& arguments, Body&& body) {
     try {
-        std::string argumentText;
-        logIfThereIsMemory([&] { argumentText = arguments(); });
-        CallTrace trace(method.name, argumentText);
+        CallTrace trace(method.name, arguments);
         if constexpr (std::is_invocable_v<Body, CallTrace&>) {
             return body(trace);
         } else if constexpr (std::is_void_v<std::invoke_result_t<Body>>) {
             body();
         } else {
             auto result = body();
-            trace.setResult([&] { return trace::text(result); });
+            trace.setResult(result);
             return result;
         }
     } catch (...) {
@@ -122,6 +114,5 @@ decltype(auto) callFrame(const MethodName& method, Arguments&& arguments, Body&&
 
 template <class Body>
 decltype(auto) callFrame(const MethodName& method, Body&& body) {
-    return callFrame(
-        method, [] { return std::string(); }, std::forward<Body>(body));
+    return callFrame(method, traced(), std::forward<Body>(body));
 }

@@ -81,6 +81,7 @@ private:
     void loadFormat(const VideoFormat& format, const char* function);
     void reconfigureFG();
     void catchUpOnImageSize();
+    void leaveReply(bool left);
     void dropReplyLeft();
     template <class RunStep>
     void tearDown(RunStep&& runStep) REQUIRES(acquisitionLock);

@@ -10,48 +10,33 @@
 #include <PvStreamGEV.h>
 #include <PvSystem.h>
 #include <fmt/format.h>
-#include <spdlog/spdlog.h>
-
-#include <type_traits>
 
 #include "InternalUtils/Failure.h"
-#include "detector/attempt.h"
+#include "detector/LogText.h"
 #include "detector/seams.h"
-#include "logging.h"
+
+namespace trace {
+
+static void put(Text& to, const PvString& value) {
+    to.add(value.GetAscii());
+}
+
+static void put(Text& to, const PvResult& result) {
+    to.add(FormatPvResult(result));
+}
+
+}  // namespace trace
 
 namespace {
 
-std::string text(const PvString& value) {
-    return fmt::format("{}", value.GetAscii());
-}
-
-std::string text(const PvResult& result) {
-    return FormatPvResult(result);
-}
-
-template <class T>
-std::string text(const T& value) {
-    if constexpr (std::is_pointer_v<T>)
-        return fmt::format("{}", static_cast<const void*>(value));
-    else if constexpr (std::is_enum_v<T>)
-        return fmt::format("{}", static_cast<int>(value));
-    else
-        return fmt::format("{}", value);
-}
-
-/// The line of a call: call text and arguments.
 template <class... Arguments>
 void traceCall(const char* callText, const Arguments&... arguments) {
-    logIfThereIsMemory([&] {
-        std::string list;
-        ((list += (list.empty() ? "" : ", ") + text(arguments)), ...);
-        getQorLogger()->info("PLEORA: {}", fmt::format("{}({})", callText, list));
-    });
+    trace::logCall("PLEORA", callText, arguments...);
 }
 
 template <class T>
 void traceReturned(const char* callText, const T& value) {
-    logIfThereIsMemory([&] { getQorLogger()->info("PLEORA: {} returned {}", callText, text(value)); });
+    trace::logReturned("PLEORA", callText, value);
 }
 
 /// Serial traffic is traced only where it fails.

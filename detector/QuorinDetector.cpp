@@ -119,7 +119,7 @@ int QuorinDetector::GetFirmwareVersion() const {
 void QuorinDetector::GetFirmwareBuild(int& first, int& second, int& third) const {
     callFrame("QuorinDetector::GetFirmwareBuild", traced(&first, &second, &third), [&](CallTrace& call) {
         detector().GetFirmwareBuild(first, second, third);
-        call.setResult([&] { return trace::list(first, second, third); });
+        call.setResult(first, second, third);
     });
 }
 
@@ -128,9 +128,8 @@ int QuorinDetector::GetSensorVersion() const {
 }
 
 DetectorInterface QuorinDetector::GetTransportMethod() const {
-    return callFrame(
-        "QuorinDetector::GetTransportMethod", [] { return std::string(); },
-        [&](CallTrace&) { return detector().GetTransportMethod(); });
+    return callFrame("QuorinDetector::GetTransportMethod", traced(),
+                     [&](CallTrace&) { return detector().GetTransportMethod(); });
 }
 
 unsigned short QuorinDetector::GetSensorWidth(unsigned short sensor) const {
@@ -311,24 +310,28 @@ void QuorinDetector::WriteRegister(int reg, int value, int sensor) {
 }
 
 void QuorinDetector::SendCommand(const char* command, char* reply) {
-    const auto arguments = [&] {
-        return command == nullptr ? trace::list(command, reply)
-                                  : trace::list(std::string(command, strnlen(command, mostCommandCharacters)), reply);
+    const auto arguments = [&](trace::Text& to) {
+        if (command == nullptr)
+            trace::putList(to, command, reply);
+        else
+            trace::putList(to, std::string(command, strnlen(command, mostCommandCharacters)), reply);
     };
     callFrame("QuorinDetector::SendCommand", arguments, [&](CallTrace& call) {
         detector().SendCommand(command, reply);
-        call.setResult([&] { return trace::text(static_cast<const char*>(reply)); });
+        call.setResult(static_cast<const char*>(reply));
     });
 }
 
 void QuorinDetector::SendCommand(const char* command, std::size_t length, char* reply) {
-    const auto arguments = [&] {
-        return command == nullptr ? trace::list(command, length, reply)
-                                  : trace::list(textOf(command, length), length, reply);
+    const auto arguments = [&](trace::Text& to) {
+        if (command == nullptr)
+            trace::putList(to, command, length, reply);
+        else
+            trace::putList(to, textOf(command, length), length, reply);
     };
     callFrame("QuorinDetector::SendCommand", arguments, [&](CallTrace& call) {
         detector().SendCommand(command, length, reply);
-        call.setResult([&] { return trace::text(static_cast<const char*>(reply)); });
+        call.setResult(static_cast<const char*>(reply));
     });
 }
 
@@ -525,10 +528,10 @@ void QuorinDetector::SetPreProgrammedExposureTimes(const float* timesMs, std::si
 int QuorinDetector::GetPreProgrammedExposureTimes(float* timesMs, std::size_t size) const {
     return callFrame("QuorinDetector::GetPreProgrammedExposureTimes", traced(timesMs, size), [&](CallTrace& call) {
         const int count = detector().GetPreProgrammedExposureTimes(timesMs, size);
-        call.setResult([&] {
-            return timesMs == nullptr ? trace::list(count)
-                                      : trace::list(count, trace::Floats{timesMs, static_cast<std::size_t>(count)});
-        });
+        if (timesMs == nullptr)
+            call.setResult(count);
+        else
+            call.setResult(count, trace::Floats{timesMs, static_cast<std::size_t>(count)});
         return count;
     });
 }

@@ -362,6 +362,7 @@ protected:
 
     const std::shared_ptr<CallbackLoop> callbackLoop = std::make_shared<CallbackLoop>();
     mutable CriticalSection serialLock;  ///< one exchange on the serial channel, and the decision to configure it
+    std::vector<char> sentCommand GUARDED_BY(serialLock);  ///< with its carriage return; kept for its memory
     StoppableLock waitSection{*callbackLoop};
     std::int32_t lastWaiter GUARDED_BY(waitSection) = 0;
     bool frameDelivered GUARDED_BY(waitSection) = false;

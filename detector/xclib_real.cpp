@@ -1,24 +1,20 @@
 #include "detector/xclib_real.h"
 
-#include <spdlog/spdlog.h>
 #include <xcliball.h>
 
 #include "detector/CallTrace.h"
-#include "detector/attempt.h"
 #include "detector/seams.h"
-#include "logging.h"
 
 namespace {
 
 template <class... Arguments>
 void traceCall(const char* name, const Arguments&... arguments) {
-    logIfThereIsMemory(
-        [&] { getQorLogger()->info("EPIX: {}", fmt::format("{}({})", name, trace::list(arguments...))); });
+    trace::logCall("EPIX", name, arguments...);
 }
 
 template <class Result>
 Result traceResult(const char* name, const Result& result) {
-    logIfThereIsMemory([&] { getQorLogger()->info("EPIX: {} returned {}", name, trace::text(result)); });
+    trace::logReturned("EPIX", name, result);
     return result;
 }
 

@@ -190,12 +190,17 @@ void EpixDetector::SerialConfigure(double baud, int dataBits, int parity, int st
                "Problem Configuring Detector Serial Interface!", "EpixDetector::SerialConfigure");
 }
 
+/// The exchange's lock orders all that is done here.
+void EpixDetector::leaveReply(bool left) {
+    replyLeft.store(left, std::memory_order_relaxed);
+}
+
 int EpixDetector::SerialRead(char* buffer, int capacity) {
     CheckConnected();
-    replyLeft = true;
+    leaveReply(true);
     const int count = expectCount(xclibLib->serialRead(xcState, unitMap, serialPort, buffer, capacity),
                                   "Problem performing serial read!", "EpixDetector::SerialRead");
-    replyLeft = false;
+    leaveReply(false);
     return count;
 }
 
@@ -203,21 +208,22 @@ int EpixDetector::SerialRead(char* buffer, int capacity) {
 void EpixDetector::dropReplyLeft() {
     constexpr int longestReply = 100;
     constexpr int mostReads = 10;  // a line that never falls silent keeps nobody
-    if (!replyLeft.exchange(false)) return;
+    if (!replyLeft.load(std::memory_order_relaxed)) return;
+    leaveReply(false);
     std::array<char, longestReply> dropped{};
     int count = longestReply;
     for (int reads = 0; reads < mostReads && count > 0; ++reads)
         count = xclibLib->serialRead(xcState, unitMap, serialPort, dropped.data(), longestReply);
-    if (count < 0) replyLeft = true;
+    if (count < 0) leaveReply(true);
 }
 
 int EpixDetector::SerialWrite(char* buffer, int size) {
     CheckConnected();
     dropReplyLeft();
-    replyLeft = true;  // a write that fails may have sent the command all the same
+    leaveReply(true);  // a write that fails may have sent the command all the same
     const int count = expectCount(xclibLib->serialWrite(xcState, unitMap, serialPort, buffer, size),
                                   "Problem performing serial write!", "EpixDetector::SerialWrite");
-    replyLeft = false;
+    leaveReply(false);
     return count;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "InternalUtils/Failure.h"
+#include "detector/LogText.h"
 #include "detector/baseDetector.h"
 #include "detector/baseDetector/serialProtocol.h"
 #include "detector/registers.h"
@@ -140,21 +141,22 @@ void baseDetector::SendCommandWithoutFlashStatusCheck(const char* command, std::
             SerialConfigure(serial::baud, serial::dataBits, serial::noParity, serial::stopBits);
             commsOpen = true;
         }
-        std::vector<char> sent(command, command + length);
-        sent.push_back(serial::carriageReturn);
-        SerialWrite(sent.data(), static_cast<int>(sent.size()));
+        sentCommand.assign(command, command + length);
+        sentCommand.push_back(serial::carriageReturn);
+        SerialWrite(sentCommand.data(), static_cast<int>(sentCommand.size()));
 
         std::string received;
         const std::int64_t start = platform::tickCountMs();
-        while (platform::tickCountMs() - start < serial::replyTimeoutMs) {
-            platform::sleepFor(std::chrono::milliseconds(delayMs));
+        // Without a delay the first read follows at once; only between reads is it another thread's turn.
+        for (bool first = true; first || platform::tickCountMs() - start < serial::replyTimeoutMs; first = false) {
+            if (delayMs > 0 || !first) platform::sleepFor(std::chrono::milliseconds(delayMs));
             std::array<char, serial::replySize> chunk{};
             const int count = SerialRead(chunk.data(), static_cast<int>(chunk.size()));
             if (count < 0) break;
             received.append(chunk.data(), static_cast<std::size_t>(count));
             if (count > 0 && received.back() == serial::carriageReturn) {
                 serial::copyText(reply, serial::replySize, received);
-                LogSerialCommand(sent, received);
+                LogSerialCommand(sentCommand, received);
                 return;
             }
         }
@@ -210,5 +212,10 @@ void baseDetector::LogSerialCommand(const std::vector<char>& sent, const std::st
     const std::string_view reply = withoutLastByte(received);
     const bool flashPoll = command == serial::flashStatusRead;
     if (flashPoll && reply == serial::flashIdleReply) return;
-    getQorLogger()->debug("SERIAL: {} -> {}{}", command, reply, flashPoll ? " [flash status check]" : "");
+    logIfThereIsMemory([&] {
+        trace::Text line;
+        line.add("SERIAL: ", command, " -> ", reply);
+        if (flashPoll) line.add(" [flash status check]");
+        trace::logLine(line, spdlog::level::debug);
+    });
 }

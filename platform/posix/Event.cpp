@@ -47,9 +47,11 @@ void* createAutoResetEvent() {
 
 void signalEvent(void* handle) {
     if (const std::shared_ptr<Event> event = find(handle)) {
-        const MutexLock lock(event->mutex);
-        event->signaled = true;
-        event->changed.notifyAll();
+        {
+            const MutexLock lock(event->mutex);
+            event->signaled = true;
+        }
+        event->changed.notifyAll();  // without the lock, or whoever wakes up would at once wait for that
     }
 }
 

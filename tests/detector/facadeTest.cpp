@@ -20,6 +20,13 @@ namespace {
 
 void function(int, int, QuorinDetector*) {}
 
+template <class... Values>
+std::string textOf(const Values&... values) {
+    trace::Text text;
+    trace::putList(text, values...);
+    return std::string(text.view());
+}
+
 DevInfo record(DetectorInterface transport, int grabberFlag) {
     DevInfo info{7, -8, transport, "sim:5101", 3, grabberFlag};
     return info;
@@ -43,21 +50,21 @@ TEST(CallTrace, ArgumentsPrintByTheirTypes) {
     QorImage image;
     image.Build(4, 3, 2, PixelU16);
     const auto address = [](const void* pointer) { return fmt::format("{}", pointer); };
-    EXPECT_EQ(trace::list(), "");
-    EXPECT_EQ(trace::list(-5, Bin4x4, static_cast<unsigned short>(65535), std::size_t{18446744073709551615U}),
+    EXPECT_EQ(textOf(), "");
+    EXPECT_EQ(textOf(-5, Bin4x4, static_cast<unsigned short>(65535), std::size_t{18446744073709551615U}),
               "-5, 9, 65535, 18446744073709551615");
-    EXPECT_EQ(trace::list(37.78F, 0.1F, 1e20F, true, false), "37.78, 0.1, 1e+20, true, false");
-    EXPECT_EQ(trace::list(static_cast<const char*>("a{}b"), std::string("c")), "\"a{}b\", \"c\"");
-    EXPECT_EQ(trace::list(static_cast<char*>(text)), address(text));
-    EXPECT_EQ(trace::list(static_cast<unsigned char*>(bytes), static_cast<float*>(values)),
+    EXPECT_EQ(textOf(37.78F, 0.1F, 1e20F, true, false), "37.78, 0.1, 1e+20, true, false");
+    EXPECT_EQ(textOf(static_cast<const char*>("a{}b"), std::string("c")), "\"a{}b\", \"c\"");
+    EXPECT_EQ(textOf(static_cast<char*>(text)), address(text));
+    EXPECT_EQ(textOf(static_cast<unsigned char*>(bytes), static_cast<float*>(values)),
               address(bytes) + ", " + address(values));
-    EXPECT_EQ(trace::list(static_cast<const char*>(nullptr)), "0x0");
-    EXPECT_EQ(trace::list(&function), address(reinterpret_cast<const void*>(&function)));
-    EXPECT_EQ(trace::list(record(TransportGE, 0)), "DevInfo{7, -8, 1, \"sim:5101\", 3, 0}");
-    EXPECT_EQ(trace::list(full), "DevInfo{7, -8, 1, \"" + std::string(52, 'p') + "\", 3, 0}");
-    EXPECT_EQ(trace::list(image), "QorImage{4x3x2:2}");
-    EXPECT_EQ(trace::list(trace::Floats{values, 3}, std::size_t{3}), "{1.5, 0.1, 100}, 3");
-    EXPECT_EQ(trace::list(trace::Floats{values, 0}, std::size_t{0}), "{}, 0");
+    EXPECT_EQ(textOf(static_cast<const char*>(nullptr)), "0x0");
+    EXPECT_EQ(textOf(&function), address(reinterpret_cast<const void*>(&function)));
+    EXPECT_EQ(textOf(record(TransportGE, 0)), "DevInfo{7, -8, 1, \"sim:5101\", 3, 0}");
+    EXPECT_EQ(textOf(full), "DevInfo{7, -8, 1, \"" + std::string(52, 'p') + "\", 3, 0}");
+    EXPECT_EQ(textOf(image), "QorImage{4x3x2:2}");
+    EXPECT_EQ(textOf(trace::Floats{values, 3}, std::size_t{3}), "{1.5, 0.1, 100}, 3");
+    EXPECT_EQ(textOf(trace::Floats{values, 0}, std::size_t{0}), "{}, 0");
 }
 
 TEST(CallFrame, EachKindOfExceptionLeavesAsOneQuorinException) {

@@ -181,6 +181,7 @@ TEST_P(Allocations, RefusedInACallLeaveAnObjectThatClosesOpensAndSnaps) {
                 if (number % 16 == 1) expectSnaps();
                 if (HasFailure()) return;
             }
+        expectReopens();
         expectSnaps();
     }
     EXPECT_GT(withAllocations, 10);

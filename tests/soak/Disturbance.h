@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -28,9 +29,10 @@ private:
     std::string setGrabberFault(Random& random);
 
     const Station& station;
-    bool set = false;
-    bool deceiving = false;
-    bool felt = false;
+    // Begun and ended by one thread, looked at and felt by all.
+    std::atomic<bool> set{false};
+    std::atomic<bool> deceiving{false};
+    std::atomic<bool> felt{false};
     std::uint64_t framesTaken = 0;
 };
 

@@ -6,6 +6,16 @@
 
 namespace grabber {
 
+template <class Take>
+void FrameBuffer::forEachPiece(const Rectangle& where, const Take& take) const {
+    const auto lineBytes = static_cast<std::size_t>(size.width);
+    if (where.x0 == 0 && where.x1 == lineBytes) {
+        take(where.y0 * lineBytes, where.byteCount());
+        return;
+    }
+    for (std::size_t y = where.y0; y < where.y1; ++y) take(y * lineBytes + where.x0, where.x1 - where.x0);
+}
+
 void FrameBuffer::store(const std::uint8_t* frame) {
     const platform::ExclusiveLock lock(mutex);
     bytes.assign(frame, frame + size.byteCount());
@@ -14,9 +24,10 @@ void FrameBuffer::store(const std::uint8_t* frame) {
 void FrameBuffer::write(const Rectangle& where, const std::uint8_t* source) {
     const platform::ExclusiveLock lock(mutex);
     bytes.resize(size.byteCount());
-    const std::size_t line = where.x1 - where.x0;
-    for (std::size_t y = where.y0; y < where.y1; ++y, source += line)
-        std::memcpy(bytes.data() + offset(where.x0, y), source, line);
+    forEachPiece(where, [&](std::size_t offset, std::size_t count) {
+        std::memcpy(bytes.data() + offset, source, count);
+        source += count;
+    });
 }
 
 void FrameBuffer::read(const Rectangle& where, std::uint8_t* target) const {
@@ -25,9 +36,10 @@ void FrameBuffer::read(const Rectangle& where, std::uint8_t* target) const {
         std::memset(target, 0, where.byteCount());
         return;
     }
-    const std::size_t line = where.x1 - where.x0;
-    for (std::size_t y = where.y0; y < where.y1; ++y, target += line)
-        std::memcpy(target, bytes.data() + offset(where.x0, y), line);
+    forEachPiece(where, [&](std::size_t offset, std::size_t count) {
+        std::memcpy(target, bytes.data() + offset, count);
+        target += count;
+    });
 }
 
 int FrameMemory::fitting(FrameSize size, std::uint64_t poolBytes) {

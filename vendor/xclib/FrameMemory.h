@@ -39,7 +39,9 @@ public:
     void read(const Rectangle& where, std::uint8_t* target) const;
 
 private:
-    std::size_t offset(std::size_t x, std::size_t y) const { return y * static_cast<std::size_t>(size.width) + x; }
+    /// Calls `take(offset, count)` for each part of the rectangle whose bytes follow each other: whole lines are one.
+    template <class Take>
+    void forEachPiece(const Rectangle& where, const Take& take) const;
 
     const FrameSize size;
     mutable platform::SharedMutex mutex;

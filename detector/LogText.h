@@ -1,0 +1,95 @@
+#pragma once
+
+#include <fmt/compile.h>
+#include <fmt/format.h>
+#include <spdlog/common.h>
+
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+#include <type_traits>
+
+#include "detector/attempt.h"
+
+/// Texts of calls, arguments and results as the lines of the log print them. Every call of the library makes some, so
+/// they are built where they stand: without the heap, unless they are long.
+namespace trace {
+
+/// A text that grows at its end.
+class Text {
+public:
+    template <class... Pieces>
+    [[gnu::always_inline]] void add(const Pieces&... pieces) {
+        const std::size_t length = buffer.size();
+        buffer.resize(length + (std::string_view(pieces).size() + ...));
+        char* place = buffer.data() + length;
+        const auto append = [&](std::string_view piece) {
+            std::memcpy(place, piece.data(), piece.size());
+            place += piece.size();
+        };
+        (append(pieces), ...);
+    }
+    /// Adds what a format string makes of the values.
+    template <class... Values>
+    void format(fmt::format_string<const Values&...> pattern, const Values&... values) {
+        fmt::format_to(fmt::appender(buffer), pattern, values...);
+    }
+    /// Where formatting adds to the text.
+    fmt::appender end() { return fmt::appender(buffer); }
+    void cut(std::size_t lastCharacters) { buffer.resize(buffer.size() - lastCharacters); }
+    void clear() { buffer.clear(); }
+    std::string_view view() const { return {buffer.data(), buffer.size()}; }
+
+private:
+    static constexpr std::size_t ordinaryLine = 250;
+    fmt::basic_memory_buffer<char, ordinaryLine> buffer;
+};
+
+/// Numbers, truth, enumerations as their number, and the address of whatever it may be.
+template <class T>
+void put(Text& to, const T& value) {
+    if constexpr (std::is_enum_v<T>)
+        put(to, static_cast<int>(value));
+    else if constexpr (std::is_pointer_v<T> && std::is_function_v<std::remove_pointer_t<T>>)
+        put(to, reinterpret_cast<const void*>(value));
+    else if constexpr (std::is_pointer_v<T> && !std::is_void_v<std::remove_pointer_t<T>>)
+        put(to, static_cast<const void*>(value));
+    else
+        fmt::format_to(to.end(), FMT_COMPILE("{}"), value);
+}
+
+/// Adds each value followed by ", ", the last one cut. A type is printed by the `put` of this namespace that takes it.
+template <class... Values>
+void putList(Text& to, const Values&... values) {
+    constexpr std::string_view separator = ", ";
+    ((put(to, values), to.add(separator)), ...);
+    if constexpr (sizeof...(values) > 0) to.cut(separator.size());
+}
+
+/// Writes the line.
+void logLine(const Text& line, spdlog::level::level_enum level = spdlog::level::info);
+
+/// Writes "<kind>: <call>(<arguments>)"; nothing if there is no memory for it.
+template <class... Arguments>
+void logCall(std::string_view kind, std::string_view call, const Arguments&... arguments) {
+    logIfThereIsMemory([&] {
+        Text line;
+        line.add(kind, ": ", call, "(");
+        putList(line, arguments...);
+        line.add(")");
+        logLine(line);
+    });
+}
+
+/// Writes "<kind>: <call> returned <value>"; nothing if there is no memory for it.
+template <class Value>
+void logReturned(std::string_view kind, std::string_view call, const Value& value) {
+    logIfThereIsMemory([&] {
+        Text line;
+        line.add(kind, ": ", call, " returned ");
+        put(line, value);
+        logLine(line);
+    });
+}
+
+}  // namespace trace
