@@ -91,7 +91,7 @@ std::shared_ptr<xclib>& Board::grabberSeam(QuorinDetector& facade) {
 }
 
 void Board::awaitEnd() {
-    while (core().IsLive()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    while (core().IsLive()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     core().GoUnLive();
 }
 

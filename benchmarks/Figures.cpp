@@ -51,12 +51,20 @@ struct Taken {
 };
 
 double ratioOf(Limit limit, const Sample& sample) {
-    return limit == Limit::AtMost ? sample.measured / sample.reference : sample.reference / sample.measured;
+    return limit == Limit::AtLeast ? sample.reference / sample.measured : sample.measured / sample.reference;
 }
 
 /// False for a ratio that is no number.
 bool holds(const Figure& figure, double ratio) {
-    return figure.limit == Limit::AtMost ? ratio <= figure.bound : ratio >= figure.bound;
+    switch (figure.limit) {
+        case Limit::AtMost:
+            return ratio <= figure.bound;
+        case Limit::AtLeast:
+            return ratio >= figure.bound;
+        case Limit::None:
+            break;
+    }
+    return true;
 }
 
 std::vector<std::shared_ptr<Taken>>& table() {
@@ -67,9 +75,13 @@ std::vector<std::shared_ptr<Taken>>& table() {
 void printLine(const Taken& taken) {
     const Figure& figure = taken.figure;
     const Spread ratio = spreadOf(taken.ratios);
-    std::string line = fmt::format("RATIO {:<44} {:>6.3f} {}{:<5} {:<4}", figure.name, ratio.median,
-                                   figure.limit == Limit::AtMost ? "<=" : ">=", figure.bound,
-                                   holds(figure, ratio.median) ? "ok" : "over");
+    std::string line;
+    if (figure.limit == Limit::None)
+        line = fmt::format("PROOF {:<42} {:>6.3f} {:<12}", figure.name, ratio.median, "");
+    else
+        line = fmt::format("RATIO {:<42} {:>6.3f} {}{:<5} {:<4}", figure.name, ratio.median,
+                           figure.limit == Limit::AtMost ? "<=" : ">=", figure.bound,
+                           holds(figure, ratio.median) ? "ok" : "over");
     line += fmt::format("  {:.3f}..{:.3f} of {}: ", ratio.lower, ratio.upper, taken.ratios.size());
     line += amount(figure.unit, spreadOf(taken.measured).median);
     if (figure.unit == Unit::Seconds) line += " against " + amount(figure.unit, spreadOf(taken.reference).median);

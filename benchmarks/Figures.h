@@ -15,8 +15,8 @@ struct Sample {
 enum class Unit { Seconds, Count, Megabytes };
 
 /// `AtMost`: measured / reference may be as much. `AtLeast`: reference / measured must be as much, for what is told as
-/// a share of the bandwidth or rate that the reference reaches.
-enum class Limit { AtMost, AtLeast };
+/// a share of the bandwidth or rate that the reference reaches. `None` is for a line that explains others.
+enum class Limit { AtMost, AtLeast, None };
 
 struct Figure {
     std::string name;  ///< without spaces
@@ -32,8 +32,8 @@ struct Figure {
 void add(Figure figure);
 
 /// Runs the figures; the arguments are those of the benchmark library. Prints a line for each as soon as it is known:
-/// `RATIO <name> <measured> <bound> ok|over`, then the middle half of the repetitions and both sides' medians.
-/// Returns how many are over their bound.
+/// `RATIO <name> <measured> <bound> ok|over`, or `PROOF <name> <measured>` for one without a bound, then the middle
+/// half of the repetitions and both sides' medians. Returns how many are over their bound.
 int runFigures(int argc, char** argv);
 
 /// Runs both by turns, `chunk` calls at a time, `calls` in all, and tells how long each took.

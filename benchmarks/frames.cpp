@@ -154,8 +154,13 @@ void addLive(const FrameSize& size, double bound, bool withLog) {
         const LogLines lines = withLog ? linesOfAFrame(board) : LogLines();
         const auto frames = static_cast<std::uint64_t>(size.calls);
         return [=] {
-            const double measured = secondsPerFrame(runLive({board}, frames).front(), frames);
-            return Sample{measured, plainCopies({board}, frames, lines)};
+            constexpr int turns = 4;
+            Sample sample{0.0, 0.0};
+            for (int turn = 0; turn < turns; ++turn) {
+                sample.measured += secondsPerFrame(runLive({board}, frames).front(), frames) / turns;
+                sample.reference += plainCopies({board}, frames, lines) / turns;
+            }
+            return sample;
         };
     };
     add(std::move(figure));
@@ -182,6 +187,28 @@ void addSeveral(int count, const FrameSize& size, bool withLog) {
             const double measured = processorSeconds([&] { runLive(boards, frames); });
             return Sample{measured, processorSeconds([&] { plainCopies(boards, frames, lines); })};
         };
+    };
+    add(std::move(figure));
+}
+
+/// The same against one of them.
+void addSeveralAgainstOne(int count, const FrameSize& size, bool library) {
+    Figure figure;
+    figure.name = fmt::format("{}-{}/{}/one", count, library ? "detectors" : "copies", size.name);
+    figure.limit = Limit::None;
+    figure.prepare = [=]() -> std::function<Sample()> {
+        std::vector<std::shared_ptr<Board>> boards;
+        for (int number = 1; number <= count; ++number)
+            boards.push_back(std::make_shared<Board>(Board::Setup{TransportGE, size.profile, size.binning, number}));
+        const auto frames = static_cast<std::uint64_t>(size.calls);
+        const auto secondsOf = [=](const std::vector<std::shared_ptr<Board>>& running) {
+            const std::vector<source::Span> spans = runLive(running, frames);
+            if (!library) return plainCopies(running, frames, {});
+            double all = 0.0;
+            for (const source::Span& span : spans) all += secondsPerFrame(span, frames);
+            return all / static_cast<double>(running.size());
+        };
+        return [=] { return Sample{secondsOf(boards), secondsOf({boards.front()})}; };
     };
     add(std::move(figure));
 }
@@ -262,6 +289,7 @@ void addFrameFigures() {
         addSeveral(count, middle, false);
         addSeveral(count, small, true);
     }
+    for (const bool library : {true, false}) addSeveralAgainstOne(2, middle, library);
     addLiveAllocations();
     for (const DetectorInterface transport : transports)
         for (const bool toImage : {false, true}) addReadAllocations(transport, toImage);

@@ -131,38 +131,51 @@ struct Receiver {
 constexpr Receiver waitImage{"WaitImage", signalToWait, "EXIT: "};
 constexpr Receiver callback{"callback", signalToCallback, "CALLBACK: Calling"};
 
-/// What stands against a figure of the handover. The lines that the library logs between signal and receiver are many
-/// times the handover, and a hundredth of them finds the file's buffer full.
-enum class Against {
-    Bare,       ///< the handover alone, for the library as it is shipped
-    BareNoLog,  ///< the handover alone, for the library with its log switched off
-    WithLog     ///< the handover with the lines of the log, written by the logger alone
+/// What a figure of the handover sets against what. The lines that a frame leaves in the log are many times the
+/// handover, and one in forty of them finds the file's buffer full and waits for the system.
+enum class Match {
+    Shipped,   ///< the library as it is shipped, against the handover alone
+    NoLog,     ///< the library with its log switched off, against the handover alone
+    BothLog,   ///< the library as it is shipped, against the handover and its lines, written by the logger alone
+    LinesOnly  ///< no library: the handover and those lines, against the handover alone
 };
 
-const char* suffix(Against against) {
-    switch (against) {
-        case Against::Bare:
-            return "";
-        case Against::BareNoLog:
+const char* suffix(Match match) {
+    switch (match) {
+        case Match::Shipped:
+            return "/log-as-shipped";
+        case Match::NoLog:
             return "/log-off";
-        case Against::WithLog:
+        case Match::BothLog:
+            return "/against-log";
+        case Match::LinesOnly:
             break;
     }
-    return "/against-log";
+    return "/log-alone";
 }
 
-void addLatency(const Receiver& receiver, const char* what, double share, double bound, Against against) {
+/// The lines are wanted on the side of the reference, or on that of the library.
+bool takesLines(Match match) {
+    return match == Match::BothLog || match == Match::LinesOnly;
+}
+
+std::shared_ptr<QuietLog> quietFor(Match match) {
+    return match == Match::NoLog ? std::make_shared<QuietLog>() : nullptr;
+}
+
+void addLatency(const Receiver& receiver, const char* what, double share, Match match, Limit limit, double bound) {
     Figure figure;
-    figure.name = std::string("signal-to-") + receiver.name + "/" + what + suffix(against);
+    figure.name = std::string("signal-to-") + receiver.name + "/" + what + suffix(match);
+    figure.limit = limit;
     figure.bound = bound;
     figure.prepare = [=]() -> std::function<Sample()> {
         const auto board = std::make_shared<Board>(Board::smallestFrames());
-        std::shared_ptr<QuietLog> quiet;
+        const std::shared_ptr<QuietLog> quiet = quietFor(match);
         Turn turn;
-        if (against == Against::BareNoLog) quiet = std::make_shared<QuietLog>();
-        if (against == Against::WithLog)
+        if (takesLines(match))
             turn = LogLines::of([&] { receiver.measure(*board, share); }).round(wokenLine, receiver.lastLine);
         return [=, keep = quiet] {
+            if (match == Match::LinesOnly) return Sample{bareHandover(share, turn), bareHandover(share, {})};
             const double bare = bareHandover(share, turn);
             return Sample{receiver.measure(*board, share), bare};
         };
@@ -207,23 +220,23 @@ double bareLockStep(const Turn& liveThreadsTurn, const Turn& waitersTurn) {
     return Seconds(spent).count() / rounds;
 }
 
-void addLockStep(Against against) {
+void addLockStep(Match match, Limit limit) {
     Figure figure;
-    figure.name = std::string("frames-per-second/49KB") + suffix(against);
-    figure.limit = Limit::AtLeast;
+    figure.name = std::string("frames-per-second/49KB") + suffix(match);
+    figure.limit = limit;
     figure.bound = 0.6;
     figure.prepare = [=]() -> std::function<Sample()> {
         const auto board = std::make_shared<Board>(Board::smallestFrames());
-        std::shared_ptr<QuietLog> quiet;
+        const std::shared_ptr<QuietLog> quiet = quietFor(match);
         Turn live;
         Turn waiter;
-        if (against == Against::BareNoLog) quiet = std::make_shared<QuietLog>();
-        if (against == Against::WithLog) {
+        if (takesLines(match)) {
             const LogLines lines = LogLines::of([&] { lockStep(*board); });
             live = lines.round("Acquired frame", "FRAME_EVENT: Signal");
             waiter = lines.round(wokenLine, waitImage.lastLine);
         }
         return [=, keep = quiet] {
+            if (match == Match::LinesOnly) return Sample{bareLockStep(live, waiter), bareLockStep({}, {})};
             const double bare = bareLockStep(live, waiter);
             return Sample{lockStep(*board), bare};
         };
@@ -253,11 +266,14 @@ void addWaitAllocations() {
 }  // namespace
 
 void addHandoverFigures() {
-    for (const Against against : {Against::BareNoLog, Against::WithLog}) addLockStep(against);
+    for (const Match match : {Match::NoLog, Match::BothLog}) addLockStep(match, Limit::AtLeast);
+    for (const Match match : {Match::Shipped, Match::LinesOnly}) addLockStep(match, Limit::None);
     for (const Receiver& receiver : {waitImage, callback}) {
-        addLatency(receiver, "median", median, 1.5, Against::Bare);
-        for (const Against against : {Against::BareNoLog, Against::WithLog})
-            addLatency(receiver, "99th", worstOfAHundred, 2.0, against);
+        addLatency(receiver, "median", median, Match::Shipped, Limit::AtMost, 1.5);
+        for (const Match match : {Match::NoLog, Match::BothLog})
+            addLatency(receiver, "99th", worstOfAHundred, match, Limit::AtMost, 2.0);
+        for (const Match match : {Match::Shipped, Match::LinesOnly})
+            addLatency(receiver, "99th", worstOfAHundred, match, Limit::None, 0.0);
     }
     addWaitAllocations();
 }
