@@ -24,6 +24,7 @@ struct FrameSize {
     int chunk;
 };
 constexpr FrameSize small{"0.17MB", "5101", Bin4x4, 3000, 50};
+constexpr FrameSize plain{"2.7MB", "5101", Bin1x1, 100, 1};
 constexpr FrameSize middle{"6MB", "5309", Bin1x1, 40, 1};
 constexpr FrameSize large{"24MB", "7127", Bin1x1, 16, 1};
 
@@ -145,9 +146,10 @@ double plainCopies(const std::vector<std::shared_ptr<Board>>& boards, std::uint6
     return all / static_cast<double>(boards.size() * frames);
 }
 
-void addLive(const FrameSize& size, double bound, bool withLog) {
+void addLive(const FrameSize& size, Limit limit, double bound, bool withLog) {
     Figure figure;
     figure.name = fmt::format("live/{}/{}", size.name, withLog ? "memcpy+log" : "memcpy");
+    figure.limit = limit;
     figure.bound = bound;
     figure.prepare = [=]() -> std::function<Sample()> {
         const auto board = std::make_shared<Board>(Board::Setup{TransportGE, size.profile, size.binning});
@@ -283,8 +285,9 @@ void addFrameFigures() {
         for (const FrameSize& size : {middle, large})
             for (const bool toImage : {false, true}) addReadBuffer(transport, size, toImage);
     for (const DetectorInterface transport : transports) addReadSmallBuffer(transport);
-    addLive(large, 1.05, false);
-    addLive(small, smallFrameBound, true);
+    addLive(large, Limit::AtMost, 1.05, false);
+    addLive(small, Limit::AtMost, smallFrameBound, true);
+    for (const FrameSize& size : {small, plain, middle}) addLive(size, Limit::None, 0.0, false);
     for (const int count : {1, 2, 4}) {
         addSeveral(count, middle, false);
         addSeveral(count, small, true);
