@@ -49,7 +49,14 @@ struct Reader {
             else
                 frames.push_back(grabberMemory.emplace_back(board.frameBytes(), 1).data());
         board.facade->ReadBuffer(0, image, 0);
-        lines = LogLines::of([&] { board.facade->ReadBuffer(0, memory.data()); });
+        lines = LogLines::of([&] { read(0, false); });
+    }
+
+    void read(int buffer, bool toImage) {
+        if (toImage)
+            board.facade->ReadBuffer(buffer, image, 0);
+        else
+            board.facade->ReadBuffer(buffer, memory.data());
     }
 };
 
@@ -62,17 +69,10 @@ void addReadBuffer(DetectorInterface transport, const FrameSize& size, bool toIm
     figure.prepare = [=]() -> std::function<Sample()> {
         const auto reader = std::make_shared<Reader>(transport, size);
         return [=] {
-            QuorinDetector& detector = *reader->board.facade;
             void* const target = toImage ? reader->image.GetDataPointerToPlane(0) : reader->memory.data();
             std::minstd_rand toRead(1);
             std::minstd_rand toCopy(2);
-            const auto read = [&] {
-                const int buffer = static_cast<int>(toRead() % Board::ringFrames);
-                if (toImage)
-                    detector.ReadBuffer(buffer, reader->image, 0);
-                else
-                    detector.ReadBuffer(buffer, reader->memory.data());
-            };
+            const auto read = [&] { reader->read(static_cast<int>(toRead() % Board::ringFrames), toImage); };
             const auto copy = [&] {
                 std::memcpy(target, reader->frames[toCopy() % Board::ringFrames], reader->memory.size());
             };
@@ -89,7 +89,7 @@ void addReadSmallBuffer(DetectorInterface transport) {
     figure.prepare = [=]() -> std::function<Sample()> {
         const auto reader = std::make_shared<Reader>(transport, small);
         return [=] {
-            const auto read = [&] { reader->board.facade->ReadBuffer(0, reader->memory.data()); };
+            const auto read = [&] { reader->read(0, false); };
             const auto copyAndLog = [&] {
                 std::memcpy(reader->memory.data(), reader->frames.front(), reader->memory.size());
                 reader->lines.write();
@@ -181,13 +181,14 @@ void addSeveral(int count, const FrameSize& size, bool withLog) {
         const LogLines lines = withLog ? linesOfAFrame(boards.front()) : LogLines();
         const auto frames = static_cast<std::uint64_t>(size.calls);
         return [=] {
-            const auto processorSeconds = [](const auto& work) {
+            const auto perFrame = [&](const auto& work) {
                 const std::chrono::nanoseconds begin = processorTime();
                 work();
-                return Seconds(processorTime() - begin).count();
+                return Seconds(processorTime() - begin).count() /
+                       static_cast<double>((warmUp + frames + warmUp) * boards.size());
             };
-            const double measured = processorSeconds([&] { runLive(boards, frames); });
-            return Sample{measured, processorSeconds([&] { plainCopies(boards, frames, lines); })};
+            const double measured = perFrame([&] { runLive(boards, frames); });
+            return Sample{measured, perFrame([&] { plainCopies(boards, frames, lines); })};
         };
     };
     add(std::move(figure));
@@ -241,11 +242,7 @@ void addReadAllocations(DetectorInterface transport, bool toImage) {
         const auto reader = std::make_shared<Reader>(transport, small);
         return [=] {
             const std::uint64_t before = allocations();
-            for (int call = 0; call < calls; ++call)
-                if (toImage)
-                    reader->board.facade->ReadBuffer(0, reader->image, 0);
-                else
-                    reader->board.facade->ReadBuffer(0, reader->memory.data());
+            for (int call = 0; call < calls; ++call) reader->read(0, toImage);
             return Sample{static_cast<double>(allocations() - before) / calls};
         };
     };

@@ -18,6 +18,7 @@ namespace trace {
 /// A text that grows at its end.
 class Text {
 public:
+    /// In line, so that a literal's length is a constant.
     template <class... Pieces>
     [[gnu::always_inline]] void add(const Pieces&... pieces) {
         const std::size_t length = buffer.size();
