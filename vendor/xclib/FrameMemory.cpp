@@ -24,8 +24,9 @@ void FrameBuffer::store(const std::uint8_t* frame) {
 void FrameBuffer::write(const Rectangle& where, const std::uint8_t* source) {
     const platform::ExclusiveLock lock(mutex);
     bytes.resize(size.byteCount());
+    std::uint8_t* const all = bytes.data();
     forEachPiece(where, [&](std::size_t offset, std::size_t count) {
-        std::memcpy(bytes.data() + offset, source, count);
+        std::memcpy(all + offset, source, count);
         source += count;
     });
 }
@@ -36,8 +37,9 @@ void FrameBuffer::read(const Rectangle& where, std::uint8_t* target) const {
         std::memset(target, 0, where.byteCount());
         return;
     }
+    const std::uint8_t* const all = bytes.data();
     forEachPiece(where, [&](std::size_t offset, std::size_t count) {
-        std::memcpy(target, bytes.data() + offset, count);
+        std::memcpy(target, all + offset, count);
         target += count;
     });
 }
