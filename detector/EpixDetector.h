@@ -85,7 +85,6 @@ private:
     void dropReplyLeft();
     template <class RunStep>
     void tearDown(RunStep&& runStep) REQUIRES(acquisitionLock);
-    std::int64_t frameBytes();
     void PowerSwitchDefault(bool on);
     void PowerSwitchKestrane(bool on);
 

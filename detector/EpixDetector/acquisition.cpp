@@ -16,7 +16,6 @@ namespace {
 /// Keeps `ReadBuffer` and `WriteBuffer` of all Camera Link detectors apart.
 CriticalSection bufferSection;
 
-constexpr int bytesPerPixel = 2;
 constexpr int snapWaiter = 1;
 constexpr int wholeFrame = -1;
 constexpr const char* moveProblem = "Error in writing to buffer!";
@@ -106,11 +105,6 @@ void EpixDetector::CheckForLiveError() {
     if (xclibLib->mesgFaultText(xcState, unitMap, faultText.data(), faultText.size()) == 0) return;
     faultText.back() = 0;  // whatever the grabber's library has written
     fail("An error occured in the Live thread!", DerrTransport, "EpixDetector::CheckForLiveError", 0, faultText.data());
-}
-
-std::int64_t EpixDetector::frameBytes() {
-    const std::int64_t rows = GetBufferYdim();
-    return rows * GetBufferXdim() * bytesPerPixel;
 }
 
 void EpixDetector::ReadBuffer(int buffer, void* target) {
