@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "detector/EpixDetector.h"
@@ -126,6 +127,13 @@ std::function<void()> LogLines::take() {
 void LogLines::write() const {
     spdlog::logger& logger = *getQorLogger();
     for (const Line& line : lines) logger.log(line.level, line.text);
+}
+
+LogLines LogLines::expecting(std::size_t number) const {
+    if (lines.size() != number)
+        throw std::logic_error("the log has " + std::to_string(lines.size()) + " lines in place of " +
+                               std::to_string(number));
+    return *this;
 }
 
 std::pair<LogLines, LogLines> LogLines::round(const std::string& start, const std::string& end) const {

@@ -66,7 +66,7 @@ inline const char* transportName(DetectorInterface transport) {
 /// What the library logs, taken down once and written again by the logger alone, without anything being made of it.
 class LogLines {
 public:
-    /// The lines of what `work` does, on all threads.
+    /// The lines of what `work` does, on all threads; none of them may still run before or behind it.
     template <class Work>
     static LogLines of(const Work& work) {
         LogLines lines;
@@ -75,6 +75,9 @@ public:
         stop();
         return lines;
     }
+
+    /// The same lines; throws if there aren't as many, so that a line more isn't on both sides of a ratio unseen.
+    LogLines expecting(std::size_t number) const;
 
     void write() const;
 

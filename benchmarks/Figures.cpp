@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -54,17 +55,16 @@ double ratioOf(Limit limit, const Sample& sample) {
     return limit == Limit::AtLeast ? sample.reference / sample.measured : sample.measured / sample.reference;
 }
 
-/// False for a ratio that is no number.
-bool holds(const Figure& figure, double ratio) {
-    switch (figure.limit) {
-        case Limit::AtMost:
-            return ratio <= figure.bound;
-        case Limit::AtLeast:
-            return ratio >= figure.bound;
-        case Limit::None:
-            break;
-    }
-    return true;
+/// What is held against the bound.
+double decisive(const Taken& taken) {
+    if (taken.figure.unit == Unit::Count) return *std::max_element(taken.ratios.begin(), taken.ratios.end());
+    return spreadOf(taken.ratios).median;
+}
+
+bool holds(const Taken& taken) {
+    const Figure& figure = taken.figure;
+    const double ratio = decisive(taken);
+    return figure.explains || (figure.limit == Limit::AtMost ? ratio <= figure.bound : ratio >= figure.bound);
 }
 
 std::vector<std::shared_ptr<Taken>>& table() {
@@ -76,12 +76,11 @@ void printLine(const Taken& taken) {
     const Figure& figure = taken.figure;
     const Spread ratio = spreadOf(taken.ratios);
     std::string line;
-    if (figure.limit == Limit::None)
-        line = fmt::format("PROOF {:<42} {:>6.3f} {:<12}", figure.name, ratio.median, "");
+    if (figure.explains)
+        line = fmt::format("PROOF {:<42} {:>6.3f} {:<12}", figure.name, decisive(taken), "");
     else
-        line = fmt::format("RATIO {:<42} {:>6.3f} {}{:<5} {:<4}", figure.name, ratio.median,
-                           figure.limit == Limit::AtMost ? "<=" : ">=", figure.bound,
-                           holds(figure, ratio.median) ? "ok" : "over");
+        line = fmt::format("RATIO {:<42} {:>6.3f} {}{:<5} {:<4}", figure.name, decisive(taken),
+                           figure.limit == Limit::AtMost ? "<=" : ">=", figure.bound, holds(taken) ? "ok" : "over");
     line += fmt::format("  {:.3f}..{:.3f} of {}: ", ratio.lower, ratio.upper, taken.ratios.size());
     line += amount(figure.unit, spreadOf(taken.measured).median);
     if (figure.unit == Unit::Seconds) line += " against " + amount(figure.unit, spreadOf(taken.reference).median);
@@ -96,6 +95,8 @@ void takeSample(benchmark::State& state, Taken& taken) {
         sample = taken.take();
         state.SetIterationTime(taken.figure.unit == Unit::Seconds ? sample.measured : 0.0);
     }
+    if (taken.figure.unit == Unit::Seconds && !(sample.measured > 0.0 && sample.reference > 0.0))
+        throw std::runtime_error(taken.figure.name + " took no time: it was not measured");
     const double ratio = ratioOf(taken.figure.limit, sample);
     state.counters["measured"] = sample.measured;
     state.counters["reference"] = sample.reference;
@@ -131,12 +132,11 @@ void add(Figure figure) {
 
 int runFigures(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) throw std::runtime_error("these arguments aren't known");
     Silence silence;
-    benchmark::RunSpecifiedBenchmarks(&silence);
-    return static_cast<int>(std::count_if(table().begin(), table().end(), [](const auto& taken) {
-        return !taken->ratios.empty() && !holds(taken->figure, spreadOf(taken->ratios).median);
-    }));
+    if (benchmark::RunSpecifiedBenchmarks(&silence) == 0) throw std::runtime_error("no figure has such a name");
+    return static_cast<int>(std::count_if(table().begin(), table().end(),
+                                          [](const auto& taken) { return !taken->ratios.empty() && !holds(*taken); }));
 }
 
 }  // namespace bench

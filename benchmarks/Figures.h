@@ -15,13 +15,14 @@ struct Sample {
 enum class Unit { Seconds, Count, Megabytes };
 
 /// `AtMost`: measured / reference may be as much. `AtLeast`: reference / measured must be as much, for what is told as
-/// a share of the bandwidth or rate that the reference reaches. `None` is for a line that explains others.
-enum class Limit { AtMost, AtLeast, None };
+/// a share of the bandwidth or rate that the reference reaches.
+enum class Limit { AtMost, AtLeast };
 
 struct Figure {
     std::string name;  ///< without spaces
     Limit limit = Limit::AtMost;
     double bound = 0.0;
+    bool explains = false;  ///< a line that has no bound and shows why others measure as they do
     Unit unit = Unit::Seconds;
     /// Makes what takes a sample, with all that it needs; it is destroyed behind the last.
     std::function<std::function<Sample()>()> prepare;

@@ -55,7 +55,10 @@ void set(std::size_t frameBytes, std::size_t lanes) {
             }
         }
     }
-    for (const auto& lane : all.lanes) lane->taken = 0;
+    for (const auto& lane : all.lanes) {
+        lane->taken = 0;
+        lane->span = {};
+    }
     all.claimed = 0;
     all.onDemand = 0;
     ++all.setting;

@@ -20,7 +20,7 @@ std::chrono::nanoseconds processorTime();
 std::uint64_t allocations();
 
 /// Bytes that are allocated now, by all threads.
-std::uint64_t allocatedBytes();
+std::int64_t allocatedBytes();
 
 /// A moment, as all of these see it.
 struct Reading {

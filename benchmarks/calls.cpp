@@ -1,6 +1,7 @@
 // What a call costs that moves no frame: the trace, the serial channel, opening.
 
 #include <array>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,7 @@ void addGetter() {
     figure.prepare = []() -> std::function<Sample()> {
         const auto board = std::make_shared<Board>(Board::Setup{TransportGE, "5101", Bin4x4});
         const auto get = [=] { (void)board->facade->GetReadOutTime(); };
-        const LogLines lines = LogLines::of(get);
+        const LogLines lines = LogLines::of(get).expecting(2);
         return [=] { return byTurns(calls, chunk, get, [&] { lines.write(); }); };
     };
     add(std::move(figure));
@@ -34,7 +35,7 @@ void addExchange() {
     figure.bound = 1.5;
     figure.prepare = []() -> std::function<Sample()> {
         const auto line = std::make_shared<InstantLine>();
-        const LogLines lines = LogLines::of([&] { line->exchange(); });
+        const LogLines lines = LogLines::of([&] { line->exchange(); }).expecting(1);
         return [=] {
             return byTurns(
                 calls, chunk, [&] { line->exchange(); },
@@ -49,8 +50,17 @@ void addExchange() {
 
 constexpr int baud = 115200;
 
-/// Every command that an open sends, in their order.
-std::vector<std::string> commandsOfOpen(const char* profile) {
+struct Electronics {
+    const char* profile;
+    int pauseMs;            ///< before a reply is read
+    std::size_t exchanges;  ///< of an open
+};
+constexpr Electronics plain{"5101", serial::plainPollDelayMs, 11};
+constexpr Electronics kestrane{"5101-kestrane", serial::kestranePollDelayMs, 57};
+
+/// Every command that an open sends, in their order. Throws if it sends more or fewer than it did: one more would be on
+/// both sides of the ratio.
+std::vector<std::string> commandsOfOpen(const Electronics& electronics) {
     class Listener : public xclib_real {
     public:
         explicit Listener(std::vector<std::string>& toFill) : commands(toFill) {}
@@ -63,12 +73,15 @@ std::vector<std::string> commandsOfOpen(const char* profile) {
         std::vector<std::string>& commands;
     };
     const platform::ScopedVirtualClock clock;
-    const Board::Setup setup{TransportCL, profile};
+    const Board::Setup setup{TransportCL, electronics.profile};
     Board::mount(setup)->setWireSpeed(baud);
     const auto facade = Board::makeFacade(setup);
     std::vector<std::string> commands;
     Board::grabberSeam(*facade) = std::make_shared<Listener>(commands);
     facade->OpenBoard(Board::ringFrames);
+    if (commands.size() != electronics.exchanges)
+        throw std::logic_error("an open of " + std::string(electronics.profile) + " makes " +
+                               std::to_string(commands.size()) + " exchanges");
     return commands;
 }
 
@@ -86,21 +99,46 @@ void exchangeAll(simulator::SimulatedDetector& detector, const std::vector<std::
     }
 }
 
-void addOpen(DetectorInterface transport, const char* profile, int pauseMs) {
+/// On the real clock, against the line alone.
+void addOpen(DetectorInterface transport, const Electronics& electronics) {
     Figure figure;
-    figure.name = std::string("OpenBoard/") + transportName(transport) + "/" + profile;
+    figure.name = std::string("OpenBoard/") + transportName(transport) + "/" + electronics.profile;
     figure.bound = 1.05;
     figure.repetitions = 9;
     figure.prepare = [=]() -> std::function<Sample()> {
-        const std::vector<std::string> commands = commandsOfOpen(profile);
+        const std::vector<std::string> commands = commandsOfOpen(electronics);
         return [=] {
-            const Board::Setup setup{transport, profile};
+            const Board::Setup setup{transport, electronics.profile};
             const auto bare = Board::mount(setup);
             bare->setWireSpeed(baud);
             Board::mount(setup)->setWireSpeed(baud);
             const auto facade = Board::makeFacade(setup);
             return byTurns(
-                1, 1, [&] { facade->OpenBoard(Board::ringFrames); }, [&] { exchangeAll(*bare, commands, pauseMs); });
+                1, 1, [&] { facade->OpenBoard(Board::ringFrames); },
+                [&] { exchangeAll(*bare, commands, electronics.pauseMs); });
+        };
+    };
+    add(std::move(figure));
+}
+
+/// On the virtual clock, which goes forward by pauses and bytes on the wire alone: what is computed besides.
+void addOpenComputing(DetectorInterface transport, const Electronics& electronics) {
+    Figure figure;
+    figure.name = std::string("OpenBoard/") + transportName(transport) + "/" + electronics.profile + "/computing";
+    figure.bound = 1.05;
+    figure.repetitions = 9;
+    figure.prepare = [=]() -> std::function<Sample()> {
+        return [=] {
+            const platform::ScopedVirtualClock clock;
+            const Board::Setup setup{transport, electronics.profile};
+            Board::mount(setup)->setWireSpeed(baud);
+            const auto facade = Board::makeFacade(setup);
+            const platform::Time start = platform::now();
+            const std::chrono::nanoseconds begin = wallTime();
+            facade->OpenBoard(Board::ringFrames);
+            const std::chrono::nanoseconds computing = wallTime() - begin;
+            const platform::Time asked = platform::now() - start;
+            return Sample{Seconds(asked + computing).count(), Seconds(asked).count()};
         };
     };
     add(std::move(figure));
@@ -111,10 +149,11 @@ void addOpen(DetectorInterface transport, const char* profile, int pauseMs) {
 void addCallFigures() {
     addGetter();
     addExchange();
-    for (const DetectorInterface transport : {TransportGE, TransportCL}) {
-        addOpen(transport, "5101", serial::plainPollDelayMs);
-        addOpen(transport, "5101-kestrane", serial::kestranePollDelayMs);
-    }
+    for (const DetectorInterface transport : {TransportGE, TransportCL})
+        for (const Electronics& electronics : {plain, kestrane}) {
+            addOpen(transport, electronics);
+            addOpenComputing(transport, electronics);
+        }
 }
 
 }  // namespace bench

@@ -49,7 +49,9 @@ struct Reader {
             else
                 frames.push_back(grabberMemory.emplace_back(board.frameBytes(), 1).data());
         board.facade->ReadBuffer(0, image, 0);
-        lines = LogLines::of([&] { read(0, false); });
+        constexpr std::size_t calls = 2;
+        constexpr std::size_t vendorCalls = 2;
+        lines = LogLines::of([&] { read(0, false); }).expecting(transport == TransportGE ? calls : calls + vendorCalls);
     }
 
     void read(int buffer, bool toImage) {
@@ -60,21 +62,22 @@ struct Reader {
     }
 };
 
-/// Buffers at random, so that neither side finds more of its frame in a cache.
+/// Buffers at random, so that neither side finds more of its frame in a cache. Where in the memory frames lie is good
+/// for some per cent more or less, so each sample has a board of its own.
 void addReadBuffer(DetectorInterface transport, const FrameSize& size, bool toImage) {
     Figure figure;
     figure.name = fmt::format("ReadBuffer/{}/{}/{}", transportName(transport), size.name, toImage ? "image" : "memory");
     figure.limit = Limit::AtLeast;
     figure.bound = 0.95;
     figure.prepare = [=]() -> std::function<Sample()> {
-        const auto reader = std::make_shared<Reader>(transport, size);
         return [=] {
-            void* const target = toImage ? reader->image.GetDataPointerToPlane(0) : reader->memory.data();
+            Reader reader(transport, size);
+            void* const target = toImage ? reader.image.GetDataPointerToPlane(0) : reader.memory.data();
             std::minstd_rand toRead(1);
             std::minstd_rand toCopy(2);
-            const auto read = [&] { reader->read(static_cast<int>(toRead() % Board::ringFrames), toImage); };
+            const auto read = [&] { reader.read(static_cast<int>(toRead() % Board::ringFrames), toImage); };
             const auto copy = [&] {
-                std::memcpy(target, reader->frames[toCopy() % Board::ringFrames], reader->memory.size());
+                std::memcpy(target, reader.frames[toCopy() % Board::ringFrames], reader.memory.size());
             };
             return byTurns(size.calls, size.chunk, read, copy);
         };
@@ -118,8 +121,16 @@ double secondsPerFrame(const source::Span& span, std::uint64_t frames) {
 }
 
 /// The lines of one frame of a live run.
-LogLines linesOfAFrame(const std::shared_ptr<Board>& board) {
-    return LogLines::of([&] { runLive({board}, 4); }).round("Acquired frame", "nothing").first;
+LogLines linesOfAFrame(Board& board) {
+    constexpr std::size_t ofAFrame = 4;
+    constexpr std::chrono::milliseconds someFrames{5};
+    source::setEndless(board.frameBytes(), 1, 0, 1);
+    const LogLines lines = LogLines::of([&] {
+        board.core().GoLiveSeq(0, Board::ringFrames - 1, 0);
+        std::this_thread::sleep_for(someFrames);
+        board.core().GoUnLive();
+    });
+    return lines.round("Acquired frame", "nothing").first.expecting(ofAFrame);
 }
 
 /// What the copies of the frames cost on a thread for each board that does nothing else, from and to the same memory;
@@ -146,17 +157,17 @@ double plainCopies(const std::vector<std::shared_ptr<Board>>& boards, std::uint6
     return all / static_cast<double>(boards.size() * frames);
 }
 
-void addLive(const FrameSize& size, Limit limit, double bound, bool withLog) {
+void addLive(const FrameSize& size, double bound, bool explains, bool withLog) {
     Figure figure;
     figure.name = fmt::format("live/{}/{}", size.name, withLog ? "memcpy+log" : "memcpy");
-    figure.limit = limit;
     figure.bound = bound;
+    figure.explains = explains;
     figure.prepare = [=]() -> std::function<Sample()> {
-        const auto board = std::make_shared<Board>(Board::Setup{TransportGE, size.profile, size.binning});
-        const LogLines lines = withLog ? linesOfAFrame(board) : LogLines();
         const auto frames = static_cast<std::uint64_t>(size.calls);
         return [=] {
             constexpr int turns = 4;
+            const auto board = std::make_shared<Board>(Board::Setup{TransportGE, size.profile, size.binning});
+            const LogLines lines = withLog ? linesOfAFrame(*board) : LogLines();
             Sample sample{0.0, 0.0};
             for (int turn = 0; turn < turns; ++turn) {
                 sample.measured += secondsPerFrame(runLive({board}, frames).front(), frames) / turns;
@@ -178,7 +189,7 @@ void addSeveral(int count, const FrameSize& size, bool withLog) {
         std::vector<std::shared_ptr<Board>> boards;
         for (int number = 1; number <= count; ++number)
             boards.push_back(std::make_shared<Board>(Board::Setup{TransportGE, size.profile, size.binning, number}));
-        const LogLines lines = withLog ? linesOfAFrame(boards.front()) : LogLines();
+        const LogLines lines = withLog ? linesOfAFrame(*boards.front()) : LogLines();
         const auto frames = static_cast<std::uint64_t>(size.calls);
         return [=] {
             const auto perFrame = [&](const auto& work) {
@@ -194,24 +205,37 @@ void addSeveral(int count, const FrameSize& size, bool withLog) {
     add(std::move(figure));
 }
 
-/// The same against one of them.
-void addSeveralAgainstOne(int count, const FrameSize& size, bool library) {
+/// The time that goes by for a frame with two detectors at once, whose threads have a core each.
+enum class TwoAgainst { TwoCopies, One, OneWithoutLog };
+
+void addTwo(const FrameSize& size, bool library, TwoAgainst against, bool explains) {
     Figure figure;
-    figure.name = fmt::format("{}-{}/{}/one", count, library ? "detectors" : "copies", size.name);
-    figure.limit = Limit::None;
+    figure.name = fmt::format("2-{}/{}/{}", library ? "detectors" : "copies", size.name,
+                              against == TwoAgainst::TwoCopies ? "2-copies" : "1");
+    if (against == TwoAgainst::OneWithoutLog) figure.name += "/log-off";
+    figure.bound = severalBound;
+    figure.explains = explains;
+    figure.repetitions = 21;
     figure.prepare = [=]() -> std::function<Sample()> {
         std::vector<std::shared_ptr<Board>> boards;
-        for (int number = 1; number <= count; ++number)
+        for (const int number : {1, 2})
             boards.push_back(std::make_shared<Board>(Board::Setup{TransportGE, size.profile, size.binning, number}));
         const auto frames = static_cast<std::uint64_t>(size.calls);
-        const auto secondsOf = [=](const std::vector<std::shared_ptr<Board>>& running) {
-            const std::vector<source::Span> spans = runLive(running, frames);
-            if (!library) return plainCopies(running, frames, {});
+        const auto liveSeconds = [=](const std::vector<std::shared_ptr<Board>>& running) {
             double all = 0.0;
-            for (const source::Span& span : spans) all += secondsPerFrame(span, frames);
+            for (const source::Span& span : runLive(running, frames)) all += secondsPerFrame(span, frames);
             return all / static_cast<double>(running.size());
         };
-        return [=] { return Sample{secondsOf(boards), secondsOf({boards.front()})}; };
+        const auto copySeconds = [=](const std::vector<std::shared_ptr<Board>>& running) {
+            source::setEndless(running.front()->frameBytes(), static_cast<int>(running.size()), 0, 1);
+            return plainCopies(running, frames, {});
+        };
+        const auto quiet = against == TwoAgainst::OneWithoutLog ? std::make_shared<QuietLog>() : nullptr;
+        return [=, keep = quiet] {
+            if (against == TwoAgainst::TwoCopies) return Sample{liveSeconds(boards), copySeconds(boards)};
+            if (!library) return Sample{copySeconds(boards), copySeconds({boards.front()})};
+            return Sample{liveSeconds(boards), liveSeconds({boards.front()})};
+        };
     };
     add(std::move(figure));
 }
@@ -225,6 +249,7 @@ void addLiveAllocations() {
     figure.prepare = []() -> std::function<Sample()> {
         const auto board = std::make_shared<Board>(Board::Setup{TransportGE, small.profile, small.binning});
         return [=] {
+            const QuietLog loggerAside;
             const source::Span span = runLive({board}, frames).front();
             return Sample{static_cast<double>(span.end.allocations - span.begin.allocations) / frames};
         };
@@ -241,6 +266,7 @@ void addReadAllocations(DetectorInterface transport, bool toImage) {
     figure.prepare = [=]() -> std::function<Sample()> {
         const auto reader = std::make_shared<Reader>(transport, small);
         return [=] {
+            const QuietLog loggerAside;
             const std::uint64_t before = allocations();
             for (int call = 0; call < calls; ++call) reader->read(0, toImage);
             return Sample{static_cast<double>(allocations() - before) / calls};
@@ -251,7 +277,7 @@ void addReadAllocations(DetectorInterface transport, bool toImage) {
 
 /// What an open detector holds beyond its ring and the buffers of its pipeline.
 void addMemory(DetectorInterface transport) {
-    constexpr std::uint64_t pipelineFrames = 20;
+    constexpr std::int64_t pipelineFrames = 20;
     constexpr double bytesPerMegabyte = 1e6;
     Figure figure;
     figure.name = fmt::format("memory/{}", transportName(transport));
@@ -262,14 +288,13 @@ void addMemory(DetectorInterface transport) {
         const Board::Setup setup{transport, small.profile};
         const auto hardware = Board::mount(setup);
         return [=] {
-            const std::uint64_t before = allocatedBytes();
+            const std::int64_t before = allocatedBytes();
             const auto facade = Board::makeFacade(setup);
             facade->OpenBoard(Board::ringFrames);
-            const std::uint64_t held = allocatedBytes() - before;
-            const std::uint64_t frameBytes = static_cast<std::uint64_t>(facade->GetBufferXdim()) *
-                                             static_cast<std::uint64_t>(facade->GetBufferYdim()) * pixelBytes;
-            const std::uint64_t frames = transport == TransportGE ? Board::ringFrames + pipelineFrames : 0;
-            return Sample{(static_cast<double>(held) - static_cast<double>(frames * frameBytes)) / bytesPerMegabyte};
+            const std::int64_t held = allocatedBytes() - before;
+            const std::int64_t frameBytes = std::int64_t{facade->GetBufferXdim()} * facade->GetBufferYdim() * 2;
+            const std::int64_t frames = transport == TransportGE ? Board::ringFrames + pipelineFrames : 0;
+            return Sample{static_cast<double>(held - frames * frameBytes) / bytesPerMegabyte};
         };
     };
     add(std::move(figure));
@@ -282,14 +307,17 @@ void addFrameFigures() {
         for (const FrameSize& size : {middle, large})
             for (const bool toImage : {false, true}) addReadBuffer(transport, size, toImage);
     for (const DetectorInterface transport : transports) addReadSmallBuffer(transport);
-    addLive(large, Limit::AtMost, 1.05, false);
-    addLive(small, Limit::AtMost, smallFrameBound, true);
-    for (const FrameSize& size : {small, plain, middle}) addLive(size, Limit::None, 0.0, false);
+    addLive(large, 1.05, false, false);
+    addLive(small, smallFrameBound, false, true);
+    for (const FrameSize& size : {small, plain, middle}) addLive(size, 0.0, true, false);
     for (const int count : {1, 2, 4}) {
         addSeveral(count, middle, false);
         addSeveral(count, small, true);
     }
-    for (const bool library : {true, false}) addSeveralAgainstOne(2, middle, library);
+    addTwo(middle, true, TwoAgainst::TwoCopies, false);
+    addTwo(small, true, TwoAgainst::OneWithoutLog, false);
+    addTwo(middle, true, TwoAgainst::One, true);
+    addTwo(middle, false, TwoAgainst::One, true);
     addLiveAllocations();
     for (const DetectorInterface transport : transports)
         for (const bool toImage : {false, true}) addReadAllocations(transport, toImage);

@@ -30,17 +30,6 @@ void put(Text& to, const QorImage& image) {
               static_cast<int>(image.GetImagePixelType()));
 }
 
-void put(Text& to, const char* value) {
-    if (value == nullptr)
-        put(to, static_cast<const void*>(value));
-    else
-        to.format("\"{}\"", value);
-}
-
-void put(Text& to, const std::string& value) {
-    to.format("\"{}\"", value);
-}
-
 void put(Text& to, const Floats& array) {
     to.add("{");
     for (std::size_t index = 0; index < array.count; ++index) {

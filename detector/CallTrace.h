@@ -19,8 +19,6 @@ namespace trace {
 
 void put(Text& to, const DevInfo& info);
 void put(Text& to, const QorImage& image);
-void put(Text& to, const char* value);         ///< in double quotes; a null pointer as an address
-void put(Text& to, const std::string& value);  ///< in double quotes
 
 /// An array of floats: the elements in braces.
 struct Floats {
@@ -58,6 +56,9 @@ public:
             trace::putList(line, values...);
         } catch (const std::bad_alloc&) {
             line.clear();
+        } catch (...) {
+            line.clear();
+            throw;
         }
     }
 

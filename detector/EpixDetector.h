@@ -81,6 +81,7 @@ private:
     void loadFormat(const VideoFormat& format, const char* function);
     void reconfigureFG();
     void catchUpOnImageSize();
+    std::int64_t frameBytes();
     void leaveReply(bool left);
     void dropReplyLeft();
     template <class RunStep>

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <type_traits>
 
@@ -45,6 +46,9 @@ private:
     static constexpr std::size_t ordinaryLine = 250;
     fmt::basic_memory_buffer<char, ordinaryLine> buffer;
 };
+
+void put(Text& to, const char* value);         ///< in double quotes; a null pointer as an address
+void put(Text& to, const std::string& value);  ///< in double quotes
 
 /// Numbers, truth, enumerations as their number, and the address of whatever it may be.
 template <class T>

@@ -18,7 +18,8 @@
 namespace trace {
 
 static void put(Text& to, const PvString& value) {
-    to.add(value.GetAscii());
+    const char* const text = value.GetAscii();
+    to.add(text != nullptr ? text : "");
 }
 
 static void put(Text& to, const PvResult& result) {

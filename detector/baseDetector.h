@@ -272,9 +272,6 @@ protected:
     void CheckConnected() const;
     void ForceReconfiguration();
 
-    /// Bytes of a frame of `GetBufferXdim` by `GetBufferYdim` pixels.
-    std::int64_t frameBytes();
-
     void WaitUntilFlashReady();
     void WaitUntilFlashReady(const std::string& command);
 

@@ -107,6 +107,12 @@ void EpixDetector::CheckForLiveError() {
     fail("An error occured in the Live thread!", DerrTransport, "EpixDetector::CheckForLiveError", 0, faultText.data());
 }
 
+std::int64_t EpixDetector::frameBytes() {
+    constexpr int bytesPerPixel = 2;
+    const std::int64_t rows = GetBufferYdim();
+    return rows * GetBufferXdim() * bytesPerPixel;
+}
+
 void EpixDetector::ReadBuffer(int buffer, void* target) {
     constexpr const char* here = "EpixDetector::ReadBuffer";
     CheckConnected();

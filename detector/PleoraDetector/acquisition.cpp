@@ -18,6 +18,7 @@ namespace {
 CriticalSection bufferSection;
 
 constexpr int acquisitionRunning = 1;
+constexpr int bytesPerPixel = 2;
 constexpr std::size_t longestMessage = 1023;
 constexpr const char* snapProblem = "Problem Snapping Image!";
 constexpr const char* releaseProblem = "Problem releasing detector buffers!";
@@ -146,7 +147,7 @@ void PleoraDetector::ReadBuffer(int buffer, void* target) {
         if (target == nullptr) fail("The frame needs a place to go to: the pointer is null!", DerrBadRequest, here);
         // What the caller has room for. It can be less than the ring holds: a getter may have found another binning in
         // the detector since the sizes were set. Asked before the locks, since it may take serial traffic.
-        const std::int64_t callersFrame = frameBytes();
+        const std::int64_t callersFrame = std::int64_t{GetBufferXdim()} * GetBufferYdim() * bytesPerPixel;
         const CriticalSectionLock section(bufferSection);
         const platform::SharedLock gate(ringGate);
         if (buffer < 0 || buffer >= numBuffers) fail(bufferRangeText, DerrResources, "RAIIBuffer::GetBuffer", buffer);

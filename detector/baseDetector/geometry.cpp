@@ -72,12 +72,6 @@ int baseDetector::GetBufferYdim() {
     return GetSensorDesc().bufferHeight;
 }
 
-std::int64_t baseDetector::frameBytes() {
-    constexpr std::int64_t bytesPerPixel = 2;
-    const SensorDesc desc = GetSensorDesc();
-    return bytesPerPixel * desc.bufferWidth * desc.bufferHeight;
-}
-
 unsigned short baseDetector::GetSensorWidth(unsigned short sensor) {
     return layer("baseDetector::GetSensorWidth",
                  [&] { return static_cast<unsigned short>(ReadRegister(registers::sensorWidth, sensor)); });
