@@ -125,8 +125,7 @@ std::function<void()> LogLines::take() {
 }
 
 void LogLines::write() const {
-    spdlog::logger& logger = *getQorLogger();
-    for (const Line& line : lines) logger.log(line.level, line.text);
+    for (const Line& line : lines) getQorLogger()->log(line.level, line.text);  // each line asks for the logger afresh
 }
 
 LogLines LogLines::expecting(std::size_t number) const {
