@@ -68,7 +68,8 @@ private:
     /// A change of size on Camera Link may cost a frame, which its fault text tells.
     int sizeCode() const { return isGigE() ? 0 : DerrTransport; }
     std::size_t frameBytes() const;
-    void expectPattern(int buffer, std::uint64_t firstNumber);
+    /// The number of the frame in the buffer, 0 if that can't be told.
+    std::uint64_t expectPattern(int buffer, std::uint64_t firstNumber);
 
     static inline std::array<std::atomic<Crew*>, 2> owners{};
 
@@ -82,7 +83,8 @@ private:
     bool isOpen = false;
     bool live = false;
     bool callbackInstalled = false;
-    bool leftovers = false;  ///< GigE: what a run didn't fetch any more is what the next snap gets
+    std::uint64_t lastSnapped = 0;  ///< number of the frame that the snap before took; 0: none since the open
+    bool leftovers = false;         ///< GigE: what a run didn't fetch any more is what the next snap gets
     bins binning = Bin1x1;
     int ring = 0;
     std::atomic<QuorinDetector*> address{nullptr};
@@ -269,6 +271,7 @@ void Crew::open() {
         isOpen = expect({}, "OpenBoard(" + std::to_string(count) + ")", [&] { detector->OpenBoard(count); });
         if (isOpen) {
             leftovers = false;
+            lastSnapped = 0;
             ring = count;
             binning = random.pick(sizes);
             expect({}, "SetBinningMode(" + std::to_string(binning) + ")", [&] { detector->SetBinningMode(binning); });
@@ -331,7 +334,7 @@ void Crew::changeSettings() {
     });
 }
 
-void Crew::expectPattern(int buffer, std::uint64_t firstNumber) {
+std::uint64_t Crew::expectPattern(int buffer, std::uint64_t firstNumber) {
     const BinningMode& mode = *findBinning(binning);
     const int width = plan.profile.sensorWidth / mode.columnFactor;
     const int height = plan.profile.sensorHeight / mode.rowFactor;
@@ -339,12 +342,13 @@ void Crew::expectPattern(int buffer, std::uint64_t firstNumber) {
     if (!expect({}, "ReadBuffer(" + std::to_string(buffer) + ")",
                 [&] { detector->ReadBuffer(buffer, reinterpret_cast<unsigned char*>(pixels.data())); }) ||
         troubled)
-        return;
+        return 0;
     pixels.resize(static_cast<std::size_t>(width * height));
     for (std::uint64_t number = station.hardware->ledger().exposed; number >= firstNumber; --number)
-        if (pixels == simulator::patternFrame(number, width, height, 1, 1)) return;
+        if (pixels == simulator::patternFrame(number, width, height, 1, 1)) return number;
     report.violation("buffer " + std::to_string(buffer) + " holds none of the frames from number " +
                      std::to_string(firstNumber) + " on");
+    return 0;
 }
 
 void Crew::snap() {
@@ -354,8 +358,10 @@ void Crew::snap() {
         const std::uint64_t before = station.hardware->ledger().exposed;
         const int buffer = random.below(ring);
         runStop = -1;
-        if (expect({}, "Snap(" + std::to_string(buffer) + ")", [&] { detector->Snap(buffer, 10000); }) && !leftovers)
-            expectPattern(buffer, before + 1);
+        if (!expect({}, "Snap(" + std::to_string(buffer) + ")", [&] { detector->Snap(buffer, 10000); }) || leftovers)
+            return;
+        // The detector runs free: on GigE a frame that came while the snap before ended is the next one's.
+        lastSnapped = expectPattern(buffer, (isGigE() && lastSnapped != 0 ? lastSnapped : before) + 1);
     });
 }
 
