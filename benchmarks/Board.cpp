@@ -92,7 +92,10 @@ std::shared_ptr<xclib>& Board::grabberSeam(QuorinDetector& facade) {
 }
 
 void Board::awaitEnd() {
-    while (core().IsLive()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (core().IsLive()) {
+        core().CheckForLiveError();  // a run that failed stays live
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     core().GoUnLive();
 }
 

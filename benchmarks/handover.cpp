@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -46,13 +48,17 @@ public:
     template <class Send>
     void send(const Send& signal) {
         constexpr std::chrono::microseconds timeToFallAsleep{50};
+        constexpr std::chrono::seconds longestHandover{10};
         for (int round = 0; round < rounds; ++round) {
             const std::chrono::nanoseconds asleep = wallTime() + timeToFallAsleep;
             while (wallTime() < asleep) {
             }
             sentAt = wallTime();
             signal();
-            while (received.load() <= round) std::this_thread::yield();
+            while (received.load() <= round) {
+                if (wallTime() > sentAt + longestHandover) throw std::runtime_error("a signal got lost");
+                std::this_thread::yield();
+            }
         }
     }
     void note() {
@@ -73,35 +79,41 @@ private:
     std::vector<double> taken = std::vector<double>(rounds);
 };
 
+/// Runs `body` round after round on a thread of its own. The future joins it, and tells what it threw.
+template <class Body>
+std::future<void> inRounds(const Body& body) {
+    return std::async(std::launch::async, [&body] {
+        for (int round = 0; round < rounds; ++round) body();
+    });
+}
+
 /// The lines that a thread logs for one frame: before the moment that counts, and behind it.
 using Turn = std::pair<LogLines, LogLines>;
 
 double bareHandover(double share, const Turn& receiversTurn) {
     Flag flag;
     Signals signals;
-    std::thread receiver([&] {
-        for (int round = 0; round < rounds; ++round) {
-            flag.await();
-            receiversTurn.first.write();
-            signals.note();
-            receiversTurn.second.write();
-        }
-    });
+    const auto receive = [&] {
+        flag.await();
+        receiversTurn.first.write();
+        signals.note();
+        receiversTurn.second.write();
+    };
+    std::future<void> receiver = inRounds(receive);
     signals.send([&] { flag.raise(); });
-    receiver.join();
+    receiver.get();
     return signals.percentile(share);
 }
 
 double signalToWait(Board& board, double share) {
     Signals signals;
-    std::thread receiver([&] {
-        for (int round = 0; round < rounds; ++round) {
-            board.facade->WaitImage(waitMs);
-            signals.note();
-        }
-    });
+    const auto receive = [&] {
+        board.facade->WaitImage(waitMs);
+        signals.note();
+    };
+    std::future<void> receiver = inRounds(receive);
     signals.send([event = board.frameEvent()] { platform::signalEvent(event); });
-    receiver.join();
+    receiver.get();
     return signals.percentile(share);
 }
 
@@ -201,14 +213,13 @@ double lockStep(Board& board) {
 double bareLockStep(const Turn& liveThreadsTurn, const Turn& waitersTurn) {
     Flag there;
     Flag back;
-    std::thread peer([&] {
-        for (int round = 0; round < rounds; ++round) {
-            there.await();
-            liveThreadsTurn.first.write();
-            back.raise();
-            liveThreadsTurn.second.write();
-        }
-    });
+    const auto answer = [&] {
+        there.await();
+        liveThreadsTurn.first.write();
+        back.raise();
+        liveThreadsTurn.second.write();
+    };
+    std::future<void> peer = inRounds(answer);
     const std::chrono::nanoseconds begin = wallTime();
     for (int round = 0; round < rounds; ++round) {
         there.raise();
@@ -217,7 +228,7 @@ double bareLockStep(const Turn& liveThreadsTurn, const Turn& waitersTurn) {
         waitersTurn.first.write();
     }
     const std::chrono::nanoseconds spent = wallTime() - begin;
-    peer.join();
+    peer.get();
     return Seconds(spent).count() / rounds;
 }
 
