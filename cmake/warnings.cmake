@@ -14,7 +14,7 @@ target_compile_options(
               -Wconversion
               -Wold-style-cast
               -Woverloaded-virtual
-              $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+              $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety;-Wreserved-identifier>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(warnings INTERFACE -Wno-unknown-warning-option -Wno-delete-non-abstract-non-virtual-dtor)
 endif()
