@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "detector/baseDetector/temperature.h"
 #include "maintenance.h"
@@ -127,6 +129,69 @@ TEST(Firmware, BlocksPacketsAndChecksums) {
     const auto last = MakeFirmwarePacket(large, 64, 9);
     EXPECT_EQ(std::string(last.begin(), last.begin() + 6), std::string("WFD9\x01\x00", 6));
     EXPECT_EQ(last.size(), 1030U);
+}
+
+/// Erased flash, with one other byte in it or none, read from a pipe: so much that no file of it is wanted.
+class ErasedFlash {
+public:
+    ErasedFlash(std::size_t size, std::optional<std::size_t> otherByte) {
+        if (pipe(ends.data()) != 0) throw std::runtime_error("no pipe");
+        writer = std::thread([this, size, otherByte] {
+            std::vector<char> chunk(65536);
+            for (std::size_t sent = 0; sent < size; sent += chunk.size()) {
+                chunk.assign(std::min(chunk.size(), size - sent), '\xFF');
+                if (otherByte && *otherByte - sent < chunk.size()) chunk[*otherByte - sent] = 0;
+                if (write(ends[1], chunk.data(), chunk.size()) < 0) break;
+            }
+            close(ends[1]);
+        });
+    }
+    ~ErasedFlash() {
+        for (std::vector<char> rest(65536); read(ends[0], rest.data(), rest.size()) > 0;) continue;
+        writer.join();
+        close(ends[0]);
+    }
+    ErasedFlash(const ErasedFlash&) = delete;
+    ErasedFlash& operator=(const ErasedFlash&) = delete;
+    std::string path() const { return "/dev/fd/" + std::to_string(ends[0]); }
+
+private:
+    std::array<int, 2> ends{};
+    std::thread writer;
+};
+
+TEST_F(Maintenance, BehindTheLargestImageThereMayBeErasedFlashThatEnds) {
+    constexpr std::size_t largest = 16384 * firmwareBlockSize;
+    const struct {
+        std::size_t size;
+        std::optional<std::size_t> otherByte;
+        std::optional<std::size_t> packets;  ///< none: refused
+    } cases[] = {{firmwareBlockSize, 0, 1},
+                 {largest + 3100, 0, 1},
+                 {largest + firmwareBlockSize, largest, {}},
+                 {largest + 100, largest + 50, 0},
+                 {17 * largest, {}, {}}};
+    core.IsKestrane();
+    core.line.hook = [](const std::string& command) -> std::vector<std::string> {
+        return {command.rfind("WFD", 0) == 0 ? "S00255\r" : "S00000\r"};
+    };
+    testing::internal::CaptureStdout();
+    for (const auto& [size, otherByte, packets] : cases) {
+        SCOPED_TRACE(size);
+        const ErasedFlash flash(size, otherByte);
+        core.line.commands.clear();
+        const auto upload = [&] { core.UploadFirmware(flash.path().c_str(), 1, false); };
+        if (packets) {
+            upload();
+            EXPECT_EQ(core.line.commands.size(), 2 + *packets);
+        } else {
+            expectFailure(upload,
+                          "The firmware image is too large: at most 16384 blocks of 1024 bytes can be addressed!",
+                          DerrBadRequest);
+            EXPECT_TRUE(core.line.commands.empty()) << "nothing is erased for it";
+        }
+    }
+    testing::internal::GetCapturedStdout();
 }
 
 TEST_F(Maintenance, EraseIsPolledOnceASecondAndJudgedByItsStatus) {
