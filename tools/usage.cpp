@@ -30,7 +30,8 @@ std::vector<std::string> namesOfOptions(const CLI::App& command) {
     std::vector<std::string> names;
     for (const CLI::App* at = &command; at != nullptr; at = at->get_parent())
         for (const CLI::Option* option : dashedOptions(*at))
-            for (const std::string& name : optionNames(*option)) names.push_back(name);
+            for (const std::string& name : optionNames(*option))
+                if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
     return names;
 }
 

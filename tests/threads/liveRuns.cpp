@@ -163,16 +163,24 @@ TEST_F(GigeLiveRun, FrameWithoutPixelsIsAnErrorAndGivenBackByTheNextRun) {
     EXPECT_EQ(pleora.framesHeld(), 0);
 }
 
-TEST_F(GigeLiveRun, CountsAFrameThatComesRightAfterAChangeOfSize) {
+TEST_F(GigeLiveRun, PausesForAChangeOfSizeAndCountsAFrameThatComesRightAfterIt) {
+    int writesWhileAcquiring = 0;
+    pleora.atCommand = [&](const std::string& command) {
+        if (command.front() == 'W' && pleora.isAcquiring()) ++writesWhileAcquiring;
+    };
     detector.GoLiveSeq();
     int frames = 0;
     for (const bins mode : {Bin2x2, Bin4x4, Bin2x2, Bin4x4}) {
         detector.SetBinningMode(mode);
+        EXPECT_TRUE(pleora.isAcquiring());
         pleora.give(1);
         ++frames;
         until([&] { return pleora.framesTaken() == frames && pleora.framesHeld() == 0; });
         EXPECT_EQ(detector.GetFieldCount(), frames + 1);
     }
+    detector.GoUnLive();
+    EXPECT_EQ(writesWhileAcquiring, 0);
+    pleora.atCommand = nullptr;
 }
 
 TEST_F(GigeLiveRun, WaitsForFramesWithoutAnError) {

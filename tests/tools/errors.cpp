@@ -30,6 +30,10 @@ const std::vector<Mistake>& mistakes() {
         {{"roi"}, 2, "qrapi roi needs a command behind it: show, set, on, off, margin"},
         {{"list", "info"}, 2, R"(qrapi list takes no further argument "info")"},
         {{"snap", "--ouput", "x.tif"}, 2, R"(qrapi snap has no option "--ouput"; did you mean "--output"?)"},
+        {{"snap", "--xyz"},
+         2,
+         R"(has no option "--xyz"; there are -h, --help, --exposure, --count, --picture, --output, )"
+         R"(--format, --window, --compress, --set, --roi, --pulse, --version, -d, --detector)"},
         {{"snap", "--detectr=cl:3"}, 2, R"(has no option "--detectr"; did you mean "--detector"?)"},
         {{"snap"}, 2, R"(--output is required; "qrapi snap --help" tells what is allowed)"},
         {{"snap", "--output", "x.tif", "--count", "2.5"}, 2, R"(--count: "2.5" is no whole number)"},
