@@ -52,6 +52,7 @@ public:
     void PowerCLInterface(bool on) override;
 
 protected:
+    void readPlane(int buffer, void* target, std::int64_t room) override;
     /// The grabber keeps up with every exposure time: 0.
     float TransportMinimumExposureTime() override;
 
@@ -67,6 +68,8 @@ protected:
     std::atomic<bool> sizeChangeOpen{false};
 
 private:
+    /// One frame to the caller, who may have told the room there is for it.
+    void copyOut(int buffer, void* target, std::optional<std::int64_t> room);
     static const std::uint32_t PRINC_EPCD_MAXVAL = 7;  ///< largest N
     static const std::uint32_t PRINC_EPCD_POS = 7;     ///< position of N in the generator's mode word
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "InternalUtils/InternalUtils.h"
@@ -58,6 +59,7 @@ public:
     void SetPersistentIPAddress(int first, int second, int third, int fourth) override;
 
 protected:
+    void readPlane(int buffer, void* target, std::int64_t room) override;
     /// The time that the link needs for one frame, in ms.
     float TransportMinimumExposureTime() override;
 
@@ -106,6 +108,8 @@ protected:
     std::atomic<bool> sizeChangeOpen{false};
 
 private:
+    /// One frame to the caller, who may have told the room there is for it.
+    void copyOut(int buffer, void* target, std::optional<std::int64_t> room);
     static constexpr const char* noPixelsText = "The frame came without pixels.";
     static const std::int32_t MAX_DATA_RATE = 670000000;  ///< bits per second
 

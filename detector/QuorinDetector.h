@@ -247,11 +247,13 @@ public:
     int GetNumBuffers() const;           ///< buffers of the ring
     void ClearBuffers();                 ///< zeroes every buffer of the ring
     void ClearCameraBuffer(int buffer);  ///< zeroes one buffer; code 4 outside the ring
-    /// Copies a frame to `target`, which has room for `GetBufferXdim` x `GetBufferYdim` x 2 bytes. Outside the ring
-    /// code 12 on GigE and 5 on Camera Link.
+    /// Copies a frame to `target`, which has room for `GetBufferXdim` x `GetBufferYdim` x 2 bytes: if another thread
+    /// changes the binning or the region meanwhile, for the largest of the frames. Outside the ring code 12 on GigE and
+    /// 5 on Camera Link.
     void ReadBuffer(int buffer, unsigned char* target) const;
     /// Copies a frame into plane `plane` of the image, with parameters and marks. An empty image is built to fit,
-    /// missing planes are added; an image of another geometry fails with code 4.
+    /// missing planes are added; an image of another geometry fails with code 4, as does one for which the geometry
+    /// changes in another thread during the call.
     void ReadBuffer(int buffer, QorImage& image, int plane) const;
     /// Replaces a buffer's content; `size` is the bytes of one frame, else code 4. Code 12 outside the ring.
     void WriteBuffer(int buffer, const unsigned char* source, int size);

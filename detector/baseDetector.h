@@ -268,6 +268,12 @@ public:
     /// @}
 
 protected:
+    /// `ReadBuffer` into the plane of an image, which has room for `room` bytes. The size of the frames can change in
+    /// another thread behind the look at the image: a frame of another size is refused, with `checkRoom`.
+    virtual void readPlane(int buffer, void* target, std::int64_t room) = 0;
+    /// Throws DerrBadRequest (4) unless a frame of `frameBytes` fills `room`; any frame will do where none is given.
+    static void checkRoom(std::int64_t frameBytes, std::optional<std::int64_t> room);
+
     /// Fails with code 5 unless the board is open or `OpenBoard` runs.
     void CheckConnected() const;
     void ForceReconfiguration();

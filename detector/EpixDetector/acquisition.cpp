@@ -114,10 +114,19 @@ std::int64_t EpixDetector::frameBytes() {
 }
 
 void EpixDetector::ReadBuffer(int buffer, void* target) {
+    copyOut(buffer, target, {});
+}
+
+void EpixDetector::readPlane(int buffer, void* target, std::int64_t room) {
+    copyOut(buffer, target, room);
+}
+
+void EpixDetector::copyOut(int buffer, void* target, std::optional<std::int64_t> room) {
     constexpr const char* here = "EpixDetector::ReadBuffer";
     CheckConnected();
     if (target == nullptr) fail("The frame needs a place to go to: the pointer is null!", DerrBadRequest, here);
     const std::int64_t size = frameBytes();
+    checkRoom(size, room);
     int moved = 0;
     {
         const CriticalSectionLock section(bufferSection);

@@ -141,6 +141,14 @@ void PleoraDetector::CheckForLiveError() {
 }
 
 void PleoraDetector::ReadBuffer(int buffer, void* target) {
+    copyOut(buffer, target, {});
+}
+
+void PleoraDetector::readPlane(int buffer, void* target, std::int64_t room) {
+    copyOut(buffer, target, room);
+}
+
+void PleoraDetector::copyOut(int buffer, void* target, std::optional<std::int64_t> room) {
     constexpr const char* here = "PleoraDetector::ReadBuffer";
     layer(here, [&] {
         CheckConnected();
@@ -148,6 +156,7 @@ void PleoraDetector::ReadBuffer(int buffer, void* target) {
         // What the caller has room for. It can be less than the ring holds: a getter may have found another binning in
         // the detector since the sizes were set. Asked before the locks, since it may take serial traffic.
         const std::int64_t callersFrame = std::int64_t{GetBufferXdim()} * GetBufferYdim() * bytesPerPixel;
+        checkRoom(callersFrame, room);
         const CriticalSectionLock section(bufferSection);
         const platform::SharedLock gate(ringGate);
         if (buffer < 0 || buffer >= numBuffers) fail(bufferRangeText, DerrResources, "RAIIBuffer::GetBuffer", buffer);

@@ -16,13 +16,13 @@ namespace {
 constexpr int publicWaiter = 2;
 constexpr double sharedFrameMs = 50.0;  ///< a frame that another kind of waiter got less than this ago is shared
 constexpr double msPerSecond = 1000.0;
+constexpr int bytesPerPixel = 2;
 constexpr const char* timeoutText = "Image did not arrive within the timeout.";
 constexpr const char* wrongDimensionsText = "Dimensions of image are not correct or supported!";
 
 /// Asks for the memory of all missing planes at once: taken plane by plane, those up to a number gone wrong would use
 /// up the machine's before anybody says no.
 void checkRoomForPlanes(const QorImage& image, int plane) {
-    constexpr std::size_t bytesPerPixel = 2;
     if (plane <= image.GetImageDepth()) return;
     const auto missing = static_cast<std::size_t>(plane) + 1 - static_cast<std::size_t>(image.GetImageDepth());
     const auto pixels = static_cast<std::size_t>(image.GetImageXdim()) * static_cast<std::size_t>(image.GetImageYdim());
@@ -119,8 +119,12 @@ void baseDetector::ReadBuffer(int buffer, QorImage& image, int plane) {
             fail(wrongDimensionsText, DerrBadRequest, here);
         checkRoomForPlanes(image, plane);
         while (image.GetImageDepth() <= plane) image.AddImage();
-        ReadBuffer(buffer, image.GetDataPointerToPlane(plane));
+        readPlane(buffer, image.GetDataPointerToPlane(plane), std::int64_t{width} * height * bytesPerPixel);
     });
+}
+
+void baseDetector::checkRoom(std::int64_t frameBytes, std::optional<std::int64_t> room) {
+    if (room && *room != frameBytes) fail(wrongDimensionsText, DerrBadRequest, "baseDetector::ReadBuffer");
 }
 
 int baseDetector::GetNumBuffers() {

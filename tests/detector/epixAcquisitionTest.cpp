@@ -184,6 +184,14 @@ TEST(EpixAcquisition, PixelsMoveWholeFramesOrFail) {
     expectFailure([&] { rig->ReadBuffer(0, nullptr); }, "The frame needs a place to go to: the pointer is null!",
                   DerrBadRequest);
     EXPECT_NO_THROW(rig->ReadBuffer(0, back.data())) << "the critical section is free";
+
+    back.assign(back.size(), 0xEE);
+    for (const int room : {size / 4, size * 4})
+        expectFailure([&] { rig->readPlane(3, back.data(), room); },
+                      "Dimensions of image are not correct or supported!", DerrBadRequest);
+    EXPECT_EQ(back.front(), 0xEE) << "an image of before a change of size has no room for the frame";
+    rig->readPlane(3, back.data(), size);
+    EXPECT_EQ(back.back(), 0);
 }
 
 TEST(EpixPulses, FrequencyBecomesTwoCountsAndADivide) {

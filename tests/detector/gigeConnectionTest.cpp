@@ -35,7 +35,7 @@ public:
         : PleoraDetector(address, nullptr) {
         pleoraLib = std::move(pleora);
     }
-    using PleoraDetector::boardText, PleoraDetector::handleOpen, PleoraDetector::numBuffers,
+    using PleoraDetector::boardText, PleoraDetector::handleOpen, PleoraDetector::numBuffers, PleoraDetector::readPlane,
         PleoraDetector::softwareTriggerEnabled, PleoraDetector::TransportMinimumExposureTime;
 };
 
@@ -216,6 +216,13 @@ TEST_F(GigeConnection, FrameSizeFollowsTheDeviceAndNeverOverrunsTheCaller) {
     detector.ReadBuffer(0, frame.data());
     EXPECT_EQ(frame[1536 * 864 * 2 - 1], 0x11);
     EXPECT_EQ(frame[1536 * 864 * 2], 0xEE);
+    frame.assign(frame.size(), 0xEE);
+    for (const int room : {768 * 432 * 2, 1536 * 864 * 4})
+        expectFailure([&] { detector.readPlane(0, frame.data(), room); },
+                      "Dimensions of image are not correct or supported!", DerrBadRequest);
+    EXPECT_EQ(frame.front(), 0xEE) << "an image of before a change of size has no room for the frame";
+    detector.readPlane(0, frame.data(), 1536 * 864 * 2);
+    EXPECT_EQ(frame.front(), 0x11);
     EXPECT_FLOAT_EQ(detector.TransportMinimumExposureTime(), 1536.0F * 864 * 16 / 670e6F * 1000);
 }
 

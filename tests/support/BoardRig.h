@@ -25,6 +25,7 @@ public:
     using EpixDetector::numBuffers;
     using EpixDetector::pulseDivider;
     using EpixDetector::pulseGeneratorEnabled;
+    using EpixDetector::readPlane;
     using EpixDetector::startThread;
     using EpixDetector::xclibLib;
     using EpixDetector::xcState;

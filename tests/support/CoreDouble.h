@@ -61,6 +61,7 @@ public:
     void ReadBuffer(int, void* target) override {
         std::copy(frame.begin(), frame.end(), static_cast<unsigned char*>(target));
     }
+    void readPlane(int buffer, void* target, std::int64_t /*room*/) override { ReadBuffer(buffer, target); }
     void Snap(int, int) override {}
     int GetCapturedBuffer() override { return 0; }
     int GetFieldCount() override { return fields; }
