@@ -174,7 +174,13 @@ void Crew::workOnce(Random& chance, std::vector<unsigned char>& pixels) {
         case 3:
         case 4:
             if (isFilled && !readersMeetCopies) return;
-            return void(expect({sizeCode()}, "ReadBuffer", [&] { user.ReadBuffer(buffer, pixels.data()); }));
+            if (chance.percent(50))
+                return void(expect({sizeCode()}, "ReadBuffer", [&] { user.ReadBuffer(buffer, pixels.data()); }));
+            // An image has room for one size, and the call is refused if that changes meanwhile.
+            return void(expect({sizeCode(), DerrBadRequest}, "ReadBuffer into an image", [&] {
+                QorImage image;
+                user.ReadBuffer(buffer, image, 0);
+            }));
         case 5:
             return void(expect({}, "IsLive", [&] { user.IsLive(); }));
         case 6:
