@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 
 #include "InternalUtils/InternalUtils.h"
 #include "detector/baseDetector.h"

@@ -38,6 +38,7 @@ public:
     int serialConfigurations = 0;
     float transportMinimumMs = 0.0F;
     int fields = 0;
+    std::int64_t planeRoom = 0;  ///< what the last read into an image said it has room for
     std::string openText;
     bool serialReadFails = false;
     std::vector<std::pair<int, std::vector<unsigned char>>> written;
@@ -61,7 +62,10 @@ public:
     void ReadBuffer(int, void* target) override {
         std::copy(frame.begin(), frame.end(), static_cast<unsigned char*>(target));
     }
-    void readPlane(int buffer, void* target, std::int64_t /*room*/) override { ReadBuffer(buffer, target); }
+    void readPlane(int buffer, void* target, std::int64_t room) override {
+        planeRoom = room;
+        ReadBuffer(buffer, target);
+    }
     void Snap(int, int) override {}
     int GetCapturedBuffer() override { return 0; }
     int GetFieldCount() override { return fields; }
