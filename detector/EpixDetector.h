@@ -53,7 +53,6 @@ public:
     void PowerCLInterface(bool on) override;
 
 protected:
-    void readPlane(int buffer, void* target, std::int64_t room) override;
     /// The grabber keeps up with every exposure time: 0.
     float TransportMinimumExposureTime() override;
 
@@ -65,12 +64,7 @@ protected:
 
     std::atomic<bool> replyLeft{false};  ///< a read or write of the serial line failed
 
-    /// A change of size began and the grabber has not been set to its end: what comes may have another size.
-    std::atomic<bool> sizeChangeOpen{false};
-
 private:
-    /// One frame to the caller, who may have told the room there is for it.
-    void copyOut(int buffer, void* target, std::optional<std::int64_t> room);
     static const std::uint32_t PRINC_EPCD_MAXVAL = 7;  ///< largest N
     static const std::uint32_t PRINC_EPCD_POS = 7;     ///< position of N in the generator's mode word
 
@@ -84,7 +78,6 @@ private:
     void connect(const char* text);
     void loadFormat(const VideoFormat& format, const char* function);
     void reconfigureFG();
-    void catchUpOnImageSize();
     std::int64_t frameBytes();
     void leaveReply(bool left);
     void dropReplyLeft();

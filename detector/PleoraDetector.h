@@ -59,7 +59,6 @@ public:
     void SetPersistentIPAddress(int first, int second, int third, int fourth) override;
 
 protected:
-    void readPlane(int buffer, void* target, std::int64_t room) override;
     /// The time that the link needs for one frame, in ms.
     float TransportMinimumExposureTime() override;
 
@@ -86,9 +85,9 @@ protected:
     PvResult operationResult;                    ///< frame result of `Snap`'s retrieval; `Snap`'s thread alone
     std::atomic<std::int32_t> capturedBuffer{0};
     std::atomic<std::int32_t> fieldCount{0};
-    std::int64_t imageWidth GUARDED_BY(ringGate) = 0;   ///< device feature "Width", pixels
-    std::int64_t imageHeight GUARDED_BY(ringGate) = 0;  ///< device feature "Height", rows
-    std::int64_t payloadSize GUARDED_BY(ringGate) = 0;  ///< device feature "PayloadSize": bytes of one frame
+    std::int64_t imageWidth GUARDED_BY(acquisitionLock) = 0;   ///< device feature "Width", pixels
+    std::int64_t imageHeight GUARDED_BY(acquisitionLock) = 0;  ///< device feature "Height", rows
+    std::int64_t payloadSize GUARDED_BY(ringGate) = 0;         ///< device feature "PayloadSize": bytes of one frame
     std::atomic<bool> live{false};
     std::atomic<bool> softwareTriggerEnabled{true};
     std::atomic<bool> stopRequested{false};
@@ -96,20 +95,15 @@ protected:
 
     platform::SharedMutex ringGate;
     std::uint64_t ringGeneration GUARDED_BY(ringGate) = 0;
-    std::int64_t frameSize GUARDED_BY(ringGate) = 0;  ///< bytes of the frame that the core asked the device for
+    std::int64_t frameSize GUARDED_BY(ringGate) = 0;     ///< bytes of the frame that the core asked the device for
+    std::int64_t pipelineSize GUARDED_BY(ringGate) = 0;  ///< bytes that each buffer of the pipeline has at least
     std::atomic<std::uint64_t> staleFrames{0};
     static constexpr std::uint64_t notWaiting = ~std::uint64_t{0};
     std::atomic<std::uint64_t> awaitedGeneration{notWaiting};  ///< of the frame that the live thread waits for
 
-    std::atomic<bool> frameHeld{false};        ///< a frame was taken from the pipeline and not given back
-    std::atomic<bool> pipelineStopped{false};  ///< by a change of size, which has not started it again
-
-    /// A change of size began and its update has not run: the device may still have the old size.
-    std::atomic<bool> sizeChangeOpen{false};
+    std::atomic<bool> frameHeld{false};  ///< a frame was retrieved from the pipeline and not released
 
 private:
-    /// One frame to the caller, who may have told the room there is for it.
-    void copyOut(int buffer, void* target, std::optional<std::int64_t> room);
     static constexpr const char* noPixelsText = "The frame came without pixels.";
     static const std::int32_t MAX_DATA_RATE = 670000000;  ///< bits per second
 
@@ -121,7 +115,6 @@ private:
     void rollBackLive() REQUIRES(acquisitionLock);
     void joinLiveThread() REQUIRES(acquisitionLock);
     void endLiveThread() NO_THREAD_SAFETY_ANALYSIS;  ///< for the destructor, which nobody runs beside
-    void catchUpOnImageSize();
     void ConfigurePLC();
     void PowerSwitchDefault(bool on);
     void PowerSwitchKestrane(bool on);
@@ -133,21 +126,21 @@ private:
     static std::int32_t blockBytesFor(std::int64_t payload);
     void releaseConnection();
     void disableGeneratorOrLetItGo();
-    void releaseLeftovers();
     void setEnum(Test test, const char* feature, const char* value, const char* message, const char* function);
-    std::int64_t readFeature(const char* feature, const char* message, const char* function);
+    /// Reads an integer feature into `value`, whose old content goes into the trace.
+    void readFeature(const char* feature, std::int64_t& value, const char* message, const char* function);
     std::uint64_t currentGeneration();
+    std::int64_t currentPayload();
     void letLiveThreadSeeNewSize(std::uint64_t generation);
     /// Gives the frame back that was taken from the pipeline, unless that is done.
     PvResult releaseFrame();
     /// The same for one that a failure has left, or the pipeline would run out of buffers one by one.
     void giveBackHeldFrame();
-    void startPipelineAgain();
     /// Takes the next frame of a `Snap` into the ring; false for a frame of an earlier generation.
     bool retrieveInto(int buffer, int timeoutMs);
     bool copyIntoRing(int buffer, const std::uint8_t* source, std::uint64_t generation);
     void* ringBlock(int buffer, std::int64_t bytes) REQUIRES_SHARED(ringGate);
 
     std::atomic<bool> tornDown{false};   ///< by a close whose very last step failed: its repetition finds nothing left
-    std::atomic<bool> broughtUp{false};  ///< eBUS objects may exist: an `OpenBrd` has begun
+    std::atomic<bool> broughtUp{false};  ///< an `OpenBrd` has begun: eBUS objects may exist
 };

@@ -268,11 +268,13 @@ public:
     /// @}
 
 protected:
-    /// `ReadBuffer` into the plane of an image, which has room for `room` bytes. The size of the frames can change in
-    /// another thread behind the look at the image: a frame of another size is refused, with `checkRoom`.
-    virtual void readPlane(int buffer, void* target, std::int64_t room) = 0;
-    /// Throws DerrBadRequest (4) unless a frame of `frameBytes` fills `room`; any frame will do where none is given.
-    static void checkRoom(std::int64_t frameBytes, std::optional<std::int64_t> room);
+    /// A transport's `ReadBuffer` calls this before it copies `frameBytes` to `target`. If `target` is the plane of an
+    /// image that this thread is reading into, throws DerrBadRequest (4) unless the frame fills the plane: another
+    /// thread may have changed the frame size since the image was measured.
+    static void checkPlane(const void* target, std::int64_t frameBytes);
+
+    /// Bytes of a frame by the cached settings, without asking the detector; empty if a setting is not cached.
+    std::optional<std::int64_t> cachedFrameBytes() const;
 
     /// Fails with code 5 unless the board is open or `OpenBoard` runs.
     void CheckConnected() const;
@@ -365,6 +367,8 @@ protected:
     CapabilityFlags capabilities GUARDED_BY(cacheMutex);
     std::atomic<int> readsOwnTiming{0};
     std::atomic<std::int32_t> electronicsFamily{-1};  ///< -1 unknown, 1 Kestrane, 0 not
+    /// `GetBinningMode` saw the flag bit of 4x4 while it was unknown whether the detector has that mode.
+    std::atomic<bool> ignored4x4Flag{false};
 
     const std::shared_ptr<CallbackLoop> callbackLoop = std::make_shared<CallbackLoop>();
     mutable CriticalSection serialLock;  ///< one exchange on the serial channel, and the decision to configure it
@@ -398,7 +402,7 @@ private:
     void eraseFlash(int sensor);
     void writeFlashBlock(const std::vector<std::uint8_t>& reversedImage, std::size_t block, int sensor);
     void callbackRound(CallbackLoop& loop);
-    void endCallbacksUnlessLive();
+    bool goesOnCalling();
     void openWith(const std::function<void(char*)>& openTransport, bool pickTimings);
     int query(std::optional<Capability> capability, const char* function);
     int capabilityFlag(Capability capability) const;

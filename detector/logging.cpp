@@ -65,6 +65,8 @@ std::shared_ptr<spdlog::logger> createQorLogger() {
 }
 
 std::shared_ptr<spdlog::logger> getQorLogger() {
-    static const std::shared_ptr<spdlog::logger> theLogger = createQorLogger();
-    return theLogger;
+    // Never destroyed: a static object of the application may own a detector, and log until the process ends. The C
+    // library flushes the file after the last of them.
+    static const auto* const theLogger = new std::shared_ptr<spdlog::logger>(createQorLogger());
+    return *theLogger;
 }

@@ -30,7 +30,6 @@ struct ConfigLine {
 
 /// The most characters of a line that count, line feed included.
 constexpr std::size_t longestConfigLine = 256;
-constexpr std::size_t longestConfigFile = 4194304;  ///< bytes; a device has no end, and so many commands take hours
 
 /// The next line of a configuration file, with its line feed; nothing at the end. A last line without line feed gets
 /// one; of a line that is too long the first characters count and the rest, its line feed included, is passed over.

@@ -17,13 +17,7 @@ int reportRefusedLines(const ConfigRequest& request, Output& output) {
     Json& refusedLines = output.facts["refused_lines"] = Json::array();
     std::ifstream file(request.file, std::ios::binary);
     if (!file || std::filesystem::is_directory(request.file)) throw std::runtime_error(unreadable(request.file));
-    std::size_t passed = 0;
-    const auto nextByte = [&](char& byte) {
-        if (!file.get(byte)) return false;
-        if (++passed > longestConfigFile)
-            throw std::runtime_error(request.file + ": the file is too long: it can have up to 4194304 bytes");
-        return true;
-    };
+    const auto nextByte = [&file](char& byte) { return static_cast<bool>(file.get(byte)); };
     int refused = 0;
     for (int number = 1; const std::optional<std::string> line = NextConfigLine(nextByte); ++number) {
         if (ClassifyConfigLine(*line, request.preparation.detector.transport == TransportGE).kind !=

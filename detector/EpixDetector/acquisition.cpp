@@ -7,7 +7,6 @@
 #include "InternalUtils/InternalUtils.h"
 #include "detector/EpixDetector.h"
 #include "logging.h"
-#include "platform/Event.h"
 
 /// How frames get into the grabber's buffers and out of them.
 
@@ -28,9 +27,6 @@ void EpixDetector::Snap(int buffer, int timeoutMs) {
     constexpr const char* here = "EpixDetector::Snap";
     CheckConnected();
     try {
-        catchUpOnImageSize();
-        // The signal of an earlier frame that nobody waited for isn't that of this one.
-        platform::resetEvent(frameCapturedEvent);
         expectZero(xclibLib->goSnap(xcState, unitMap, static_cast<long>(buffer) + 1), "Problem Snapping Image!", here,
                    DerrAcquisition);
         SoftwareTrigger();
@@ -55,8 +51,6 @@ void EpixDetector::GoLiveSeq(int startBuffer, int stopBuffer, int frameCount) {
         CheckConnected();
         const StoppableGuard lock(acquisitionLock);
         baseDetector::GoLiveSeq(startBuffer, stopBuffer, frameCount);
-        catchUpOnImageSize();
-        platform::resetEvent(frameCapturedEvent);
         expectZero(xclibLib->goLiveSeq(xcState, unitMap, static_cast<long>(startBuffer) + 1,
                                        static_cast<long>(stopBuffer) + 1, increment, frameCount, period),
                    "Problem starting live mode!", here);
@@ -114,19 +108,11 @@ std::int64_t EpixDetector::frameBytes() {
 }
 
 void EpixDetector::ReadBuffer(int buffer, void* target) {
-    copyOut(buffer, target, {});
-}
-
-void EpixDetector::readPlane(int buffer, void* target, std::int64_t room) {
-    copyOut(buffer, target, room);
-}
-
-void EpixDetector::copyOut(int buffer, void* target, std::optional<std::int64_t> room) {
     constexpr const char* here = "EpixDetector::ReadBuffer";
     CheckConnected();
     if (target == nullptr) fail("The frame needs a place to go to: the pointer is null!", DerrBadRequest, here);
     const std::int64_t size = frameBytes();
-    checkRoom(size, room);
+    checkPlane(target, size);
     int moved = 0;
     {
         const CriticalSectionLock section(bufferSection);

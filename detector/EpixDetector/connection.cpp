@@ -127,20 +127,15 @@ void EpixDetector::reconfigureFG() {
             numBuffers = available;
         else if (available < numBuffers)
             failWith(available, memoryProblem, here, DerrResources);
-        sizeChangeOpen = false;
     });
 }
 
 void EpixDetector::PrepareInterfaceForImageSizeChange() {
-    sizeChangeOpen = true;  // nothing to be done: the grabber takes a new size at once
+    // Nothing to do: the grabber accepts a new size at any time.
 }
 
 void EpixDetector::UpdateInterfaceImageSize() {
     reconfigureFG();
-}
-
-void EpixDetector::catchUpOnImageSize() {
-    if (sizeChangeOpen) UpdateInterfaceImageSize();
 }
 
 template <class RunStep>

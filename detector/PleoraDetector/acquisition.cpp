@@ -18,7 +18,6 @@ namespace {
 CriticalSection bufferSection;
 
 constexpr int acquisitionRunning = 1;
-constexpr int bytesPerPixel = 2;
 constexpr std::size_t longestMessage = 1023;
 constexpr const char* snapProblem = "Problem Snapping Image!";
 constexpr const char* releaseProblem = "Problem releasing detector buffers!";
@@ -48,6 +47,11 @@ std::uint64_t PleoraDetector::currentGeneration() {
     return ringGeneration;
 }
 
+std::int64_t PleoraDetector::currentPayload() {
+    const platform::SharedLock gate(ringGate);
+    return payloadSize;
+}
+
 void* PleoraDetector::ringBlock(int buffer, std::int64_t bytes) {
     if (frameBuffers == nullptr) fail(bufferRangeText, DerrResources, "RAIIBuffer::GetBuffer");
     void* const block = frameBuffers->GetBuffer(buffer);
@@ -60,7 +64,7 @@ void* PleoraDetector::ringBlock(int buffer, std::int64_t bytes) {
 bool PleoraDetector::copyIntoRing(int buffer, const std::uint8_t* source, std::uint64_t generation) {
     const platform::SharedLock gate(ringGate);
     if (generation != ringGeneration) return false;
-    copyFrame(ringBlock(buffer, payloadSize), source, payloadSize);
+    copyFrame(ringBlock(buffer, payloadSize), source, std::min(payloadSize, pipelineSize));
     return true;
 }
 
@@ -96,7 +100,6 @@ void PleoraDetector::Snap(int buffer, int timeoutMs) {
     constexpr const char* here = "PleoraDetector::Snap";
     layer(here, [&] {
         CheckConnected();
-        catchUpOnImageSize();
         StartAcq();
         SoftwareTrigger();
         const platform::Time deadline = platform::deadlineAfterMs(timeoutMs);
@@ -141,27 +144,18 @@ void PleoraDetector::CheckForLiveError() {
 }
 
 void PleoraDetector::ReadBuffer(int buffer, void* target) {
-    copyOut(buffer, target, {});
-}
-
-void PleoraDetector::readPlane(int buffer, void* target, std::int64_t room) {
-    copyOut(buffer, target, room);
-}
-
-void PleoraDetector::copyOut(int buffer, void* target, std::optional<std::int64_t> room) {
     constexpr const char* here = "PleoraDetector::ReadBuffer";
     layer(here, [&] {
         CheckConnected();
         if (target == nullptr) fail("The frame needs a place to go to: the pointer is null!", DerrBadRequest, here);
-        // What the caller has room for. It can be less than the ring holds: a getter may have found another binning in
-        // the detector since the sizes were set. Asked before the locks, since it may take serial traffic.
-        const std::int64_t callersFrame = std::int64_t{GetBufferXdim()} * GetBufferYdim() * bytesPerPixel;
-        checkRoom(callersFrame, room);
         const CriticalSectionLock section(bufferSection);
         const platform::SharedLock gate(ringGate);
         if (buffer < 0 || buffer >= numBuffers) fail(bufferRangeText, DerrResources, "RAIIBuffer::GetBuffer", buffer);
-        // A device that rounds its width up delivers more than the caller's frame has room for.
-        const std::int64_t bytes = std::min({payloadSize, frameSize, callersFrame});
+        // A device that rounds its width up delivers more than the caller has room for. So does one whose binning
+        // was changed by register: a getter has found it since, and the caller allocates what the getters report.
+        std::int64_t bytes = std::min(payloadSize, frameSize);
+        if (const std::optional<std::int64_t> reported = cachedFrameBytes()) bytes = std::min(bytes, *reported);
+        checkPlane(target, bytes);
         copyFrame(target, ringBlock(buffer, bytes), bytes);
     });
 }

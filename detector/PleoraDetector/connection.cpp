@@ -31,10 +31,9 @@ PleoraDetector::~PleoraDetector() {
         if (connected) PleoraDetector::CloseBrd();
     });
     attempt(here, [this] { releaseCallbackThread(); });
-    // What a close that failed has left.
+    // What a failed open or close has left. The eBUS objects go with `PleoraLib`.
     endLiveThread();
-    connected = false;
-    attempt(here, [this] { releaseLeftovers(); });
+    if (handleOpen) platform::closeEvent(frameCapturedEvent);
 }
 
 void PleoraDetector::OpenBrd(char* text, int bufferCount) {
@@ -50,13 +49,12 @@ void PleoraDetector::OpenBrd(char* text, int bufferCount) {
 
 void PleoraDetector::OpenBrd(char* /*text*/) {
     layer("PleoraDetector::OpenBrd", [&] {
-        releaseLeftovers();
+        if (broughtUp && !connected) releaseConnection();  // kept by an open that failed
         broughtUp = true;
         try {
             bringUp();
         } catch (const QuorinException&) {
             releaseConnection();
-            broughtUp = false;
             throw;
         }
     });
@@ -96,28 +94,20 @@ void PleoraDetector::bringUp() {
 void PleoraDetector::buildRing(std::int64_t blockBytes) {
     const platform::ExclusiveLock gate(ringGate);
     ++ringGeneration;
-    payloadSize = 0;  // nothing may be copied until the sizes are known
-    frameSize = 0;
+    payloadSize = frameSize = pipelineSize = 0;  // nothing may be copied until the sizes are known
     frameBuffers.reset();
     frameBuffers = std::make_shared<RAIIBuffer>(numBuffers, blockBytesFor(blockBytes));
 }
 
 void PleoraDetector::releaseConnection() {
-    // Without a look at what was open or how the calls end: the eBUS objects go anyway.
-    attempt("while a connection was given up", [this] {
+    // Whatever was open and however the calls end: the eBUS objects go anyway.
+    attempt("while a connection was released", [this] {
         pleoraLib->IP_Close();
         pleoraLib->Stream_Close();
         pleoraLib->Dev_Disconnect();
     });
-    commsOpen = false;
-    pipelineStopped = frameHeld = false;  // gone with the eBUS objects
     pleoraLib->deinit();
-}
-
-void PleoraDetector::releaseLeftovers() {
-    if (connected) return;
-    if (handleOpen.exchange(false)) platform::closeEvent(frameCapturedEvent);
-    if (broughtUp.exchange(false)) releaseConnection();
+    frameHeld = broughtUp = false;  // gone with the eBUS objects
 }
 
 void* PleoraDetector::CreateDetectorHandle() {
@@ -157,7 +147,7 @@ void PleoraDetector::CloseBrd() {
     }
     commsOpen = false;
     if (handleOpen) CloseDetectorHandle();
-    pipelineStopped = frameHeld = false;  // gone with the eBUS objects
+    frameHeld = false;  // gone with the eBUS objects
     tornDown = true;
     pleoraLib->deinit();
     tornDown = broughtUp = false;

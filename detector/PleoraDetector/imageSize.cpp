@@ -22,35 +22,32 @@ std::int32_t PleoraDetector::blockBytesFor(std::int64_t payload) {
                : static_cast<std::int32_t>(std::max<std::int64_t>(payload, refused));
 }
 
-std::int64_t PleoraDetector::readFeature(const char* feature, const char* message, const char* function) {
-    std::int64_t value = 0;
+void PleoraDetector::readFeature(const char* feature, std::int64_t& value, const char* message, const char* function) {
     expect(Test::NotFailure, pleoraLib->Dev_GetIntegerValue(feature, value), message, function);
-    return value;
 }
 
 void PleoraDetector::updateImageParams() {
     constexpr const char* here = "PleoraDetector::updateImageParams";
     const StoppableGuard lock(acquisitionLock);
     if (IsLive()) StopAcq();
-    if (pleoraLib->Pipeline_IsStarted()) {
-        pipelineStopped = true;
-        pleoraLib->Pipeline_Stop();
-    }
+    const bool wasStarted = pleoraLib->Pipeline_IsStarted();
+    const bool takesNewSize = !wasStarted || pleoraLib->Pipeline_Stop().IsOK();
 
     const int askedWidth = GetBufferXdim();
     expect(Test::NotFailure, pleoraLib->Dev_SetIntegerValue("Width", askedWidth), sizeProblem, here);
     const int askedHeight = GetBufferYdim();
     expect(Test::NotFailure, pleoraLib->Dev_SetIntegerValue("Height", askedHeight), sizeProblem, here);
     // The device may have rounded: from here on its values count.
-    const std::int64_t width = readFeature("Width", sizeProblem, here);
-    const std::int64_t height = readFeature("Height", sizeProblem, here);
-    const std::int64_t payload = readFeature("PayloadSize", sizeProblem, here);
+    readFeature("Width", imageWidth, sizeProblem, here);
+    readFeature("Height", imageHeight, sizeProblem, here);
+    std::int64_t payload = currentPayload();
+    readFeature("PayloadSize", payload, sizeProblem, here);
     std::uint64_t generation = 0;
     {
         const platform::ExclusiveLock gate(ringGate);
         generation = ++ringGeneration;
-        imageWidth = width;
-        imageHeight = height;
+        // The pipeline allocates its buffers when it starts: one that does not stop keeps the old ones.
+        pipelineSize = takesNewSize ? payload : std::min(pipelineSize, payload);
         payloadSize = payload;
         frameSize = static_cast<std::int64_t>(askedWidth) * askedHeight * bytesPerPixel;
         frameBuffers->ReAlloc(blockBytesFor(payload));
@@ -58,11 +55,11 @@ void PleoraDetector::updateImageParams() {
     pleoraLib->Pipeline_SetBufferSize(static_cast<std::uint32_t>(payload));
     letLiveThreadSeeNewSize(generation);
     if (IsLive()) StartAcq();
-    if (pipelineStopped && pleoraLib->Pipeline_Start().IsOK()) pipelineStopped = false;
+    if (wasStarted) pleoraLib->Pipeline_Start();
 }
 
-/// The live thread can't tell of which size a frame is that comes while it waits since before the change, and drops it:
-/// so none may come until it has begun a new wait.
+/// A frame that arrives during a wait begun before the change has an unknown size, and the live thread drops it. So no
+/// frame may arrive until that thread has begun a new wait.
 void PleoraDetector::letLiveThreadSeeNewSize(std::uint64_t generation) {
     constexpr std::chrono::milliseconds pause{1};
     constexpr std::chrono::milliseconds patience{1000};  // ten times what one wait of the live thread takes
@@ -72,42 +69,27 @@ void PleoraDetector::letLiveThreadSeeNewSize(std::uint64_t generation) {
 
 void PleoraDetector::PrepareInterfaceForImageSizeChange() {
     const StoppableGuard lock(acquisitionLock);
-    sizeChangeOpen = true;
     if (IsLive()) StopAcq();
 }
 
 void PleoraDetector::UpdateInterfaceImageSize() {
     const StoppableGuard lock(acquisitionLock);
     updateImageParams();
-    sizeChangeOpen = false;
     if (IsLive()) StartAcq();
-}
-
-void PleoraDetector::catchUpOnImageSize() {
-    if (sizeChangeOpen) UpdateInterfaceImageSize();
-    startPipelineAgain();
-}
-
-/// A start that failed behind a change of size was not reported there: no frame would come, and nobody be told.
-void PleoraDetector::startPipelineAgain() {
-    if (!pipelineStopped) return;
-    const StoppableGuard lock(acquisitionLock);
-    if (!pipelineStopped) return;
-    if (!pleoraLib->Pipeline_IsStarted())
-        expect(Test::IsOK, pleoraLib->Pipeline_Start(), "Problem starting pipeline!",
-               "PleoraDetector::startPipelineAgain");
-    pipelineStopped = false;
 }
 
 int PleoraDetector::bufferXdim() {
     CheckConnected();
-    return static_cast<int>(readFeature("Width", "Problem reading buffer width!", "PleoraDetector::bufferXdim") *
-                            bytesPerPixel);
+    std::int64_t width = 0;
+    readFeature("Width", width, "Problem reading buffer width!", "PleoraDetector::bufferXdim");
+    return static_cast<int>(width * bytesPerPixel);
 }
 
 int PleoraDetector::bufferYdim() {
     CheckConnected();
-    return static_cast<int>(readFeature("Height", "Problem reading buffer height!", "PleoraDetector::bufferYdim"));
+    std::int64_t height = 0;
+    readFeature("Height", height, "Problem reading buffer height!", "PleoraDetector::bufferYdim");
+    return static_cast<int>(height);
 }
 
 float PleoraDetector::TransportMinimumExposureTime() {

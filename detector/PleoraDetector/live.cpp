@@ -30,7 +30,6 @@ void PleoraDetector::GoLiveSeq(int startBuffer, int stopBuffer, int frameCount) 
         CheckConnected();
         const StoppableGuard lock(acquisitionLock);
         baseDetector::GoLiveSeq(startBuffer, stopBuffer, frameCount);
-        catchUpOnImageSize();
         live = true;
         stopRequested = false;
         try {
@@ -70,19 +69,15 @@ void PleoraDetector::GoUnLive() {
     CheckConnected();
     const StoppableGuard lock(acquisitionLock);
     if (!live) return;
-    {
-        struct Stopping {
-            std::atomic<bool>& flag;
-            explicit Stopping(std::atomic<bool>& toRaise) : flag(toRaise) { flag = true; }
-            ~Stopping() { flag = false; }
-        } const stoppingNow(stopping);
-        StopCallbackThread();
-        stopRequested = true;
-        joinLiveThread();
-        live = false;
-    }
-    if (sizeChangeOpen) UpdateInterfaceImageSize();
-    attempt("while a live run was ended", [this] { startPipelineAgain(); });  // the next capture tells it
+    struct Stopping {
+        std::atomic<bool>& flag;
+        explicit Stopping(std::atomic<bool>& toRaise) : flag(toRaise) { flag = true; }
+        ~Stopping() { flag = false; }
+    } const stoppingNow(stopping);
+    StopCallbackThread();
+    stopRequested = true;
+    joinLiveThread();
+    live = false;
 }
 
 std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {

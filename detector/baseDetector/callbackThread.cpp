@@ -155,11 +155,7 @@ std::uint32_t baseDetector::CallbackCounterThread(CallbackLoop& loop) {
 
 void baseDetector::callbackRound(CallbackLoop& loop) {
     constexpr int waitMs = 1000;
-    if (!IsLive()) {
-        endCallbacksUnlessLive();
-        return;
-    }
-    if (!loop.running) return;  // `IsLive` was answered to a thread that is being stopped
+    if (!goesOnCalling()) return;
     WaitImage(waitMs);
     const int buffer = GetCapturedBuffer();
     const int field = GetFieldCount();
@@ -173,21 +169,15 @@ void baseDetector::callbackRound(CallbackLoop& loop) {
     getQorLogger()->info("CALLBACK: Returned from customer callback for field count {}, buffer {}", field, buffer);
 }
 
-void baseDetector::endCallbacksUnlessLive() {
-    // Both locks, so that no run can begin between the question and the end: its start would find a thread that is
+bool baseDetector::goesOnCalling() {
+    // Under both locks, so that no run can begin between the question and the end: its start would find this thread
     // still running and start none.
-    constexpr std::chrono::microseconds pause{100};
-    bool asked = false;
-    if (callbackMutex.try_lock()) {
-        if (acquisitionLock.try_lock()) {
-            asked = true;
-            if (!IsLive()) {
-                getQorLogger()->info("CALLBACK: IsLive is false, stopping callback thread");
-                callbackRunning = false;
-            }
-            acquisitionLock.unlock();
-        }
-        callbackMutex.unlock();
-    }
-    if (!asked) platform::sleepFor(pause);  // the next round asks again
+    if (!acquisitionLock.lockUnlessStopped()) return false;
+    const StoppableGuard acquisition(acquisitionLock, std::adopt_lock);
+    const platform::MutexLock lock(callbackMutex);
+    if (!callbackRunning) return false;
+    if (IsLive()) return true;
+    getQorLogger()->info("CALLBACK: IsLive is false, stopping callback thread");
+    callbackRunning = false;
+    return false;
 }

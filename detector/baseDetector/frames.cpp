@@ -35,6 +35,22 @@ void checkRoomForPlanes(const QorImage& image, int plane) {
     }
 }
 
+struct Plane {
+    const void* address = nullptr;
+    std::int64_t bytes = 0;
+};
+
+/// The plane of an image that this thread's `ReadBuffer` fills.
+thread_local Plane planeBeingRead;
+
+class ReadingPlane {
+public:
+    ReadingPlane(const void* address, std::int64_t bytes) { planeBeingRead = {address, bytes}; }
+    ~ReadingPlane() { planeBeingRead = {}; }
+    ReadingPlane(const ReadingPlane&) = delete;
+    ReadingPlane& operator=(const ReadingPlane&) = delete;
+};
+
 }  // namespace
 
 void baseDetector::WaitImage(int timeoutMs) {
@@ -119,12 +135,15 @@ void baseDetector::ReadBuffer(int buffer, QorImage& image, int plane) {
             fail(wrongDimensionsText, DerrBadRequest, here);
         checkRoomForPlanes(image, plane);
         while (image.GetImageDepth() <= plane) image.AddImage();
-        readPlane(buffer, image.GetDataPointerToPlane(plane), std::int64_t{width} * height * bytesPerPixel);
+        void* const target = image.GetDataPointerToPlane(plane);
+        const ReadingPlane reading(target, std::int64_t{width} * height * bytesPerPixel);
+        ReadBuffer(buffer, target);
     });
 }
 
-void baseDetector::checkRoom(std::int64_t frameBytes, std::optional<std::int64_t> room) {
-    if (room && *room != frameBytes) fail(wrongDimensionsText, DerrBadRequest, "baseDetector::ReadBuffer");
+void baseDetector::checkPlane(const void* target, std::int64_t frameBytes) {
+    if (target == planeBeingRead.address && frameBytes != planeBeingRead.bytes)
+        fail(wrongDimensionsText, DerrBadRequest, "baseDetector::ReadBuffer");
 }
 
 int baseDetector::GetNumBuffers() {

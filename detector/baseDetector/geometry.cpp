@@ -72,6 +72,18 @@ int baseDetector::GetBufferYdim() {
     return GetSensorDesc().bufferHeight;
 }
 
+std::optional<std::int64_t> baseDetector::cachedFrameBytes() const {
+    constexpr std::int64_t bytesPerPixel = 2;
+    const std::optional<int> model = modelNumber.get();
+    const std::optional<bins> binning = binningMode.get();
+    const std::optional<ROIArea> region = cachedROIArea.get();
+    // Only detectors with regions have this cached.
+    const bool regionEnabled = cachedROIEnabled.get().value_or(false);
+    if (!model || !binning || !region || findBinning(*binning) == nullptr) return std::nullopt;
+    const SensorDesc desc = describeSensor(*model, *binning, regionEnabled, *region);
+    return bytesPerPixel * desc.bufferWidth * desc.bufferHeight;
+}
+
 unsigned short baseDetector::GetSensorWidth(unsigned short sensor) {
     return layer("baseDetector::GetSensorWidth",
                  [&] { return static_cast<unsigned short>(ReadRegister(registers::sensorWidth, sensor)); });

@@ -64,14 +64,13 @@ void baseDetector::openWith(const std::function<void(char*)>& openTransport, boo
 
         std::array<char, 50> text{};
         fmt::format_to_n(text.data(), text.size() - 1, "-DM 0x{}", unit);
-        const bool sizeBeforeFeatures = QueryBinningMode(Bin4x4Flagged) != 1;
         openTransport(text.data());
         frameCapturedEvent = CreateDetectorHandle();
         getSlowed();
         UpdateFeaturesFlags();
-        // The transport asked for the frame size before it was known whether the detector has flagged binning; 4x4
-        // looks like none until then.
-        if (sizeBeforeFeatures && QueryBinningMode(Bin4x4Flagged) == 1 && GetBinningMode() == Bin4x4Flagged)
+        // The transport may have asked for the frame size before it was known whether the detector has flagged 4x4
+        // binning, which looks like no binning until then.
+        if (ignored4x4Flag.exchange(false) && QueryBinningMode(Bin4x4Flagged) == 1 && GetBinningMode() == Bin4x4Flagged)
             UpdateInterfaceImageSize();
         if (pickTimings) {
             const int firmware = GetFirmwareVersion();

@@ -19,13 +19,7 @@ void baseDetector::LoadSensorConfigFile(const char* fileName) {
         CheckConnected();
         if (fileName == nullptr) fail("Unable to open file!", DerrFile, here);
         RAIIFile file(fileName, false);
-        std::size_t passed = 0;
-        const auto nextByte = [&](char& byte) {
-            if (file.read(&byte, 1) != 1) return false;
-            if (++passed > longestConfigFile)
-                fail("The sensor configuration file is too long: it can have up to 4194304 bytes!", DerrFile, here);
-            return true;
-        };
+        const auto nextByte = [&file](char& byte) { return file.read(&byte, 1) == 1; };
         while (const std::optional<std::string> text = NextConfigLine(nextByte)) {
             const ConfigLine line = ClassifyConfigLine(*text, GetTransportMethod() == TransportGE);
             if (line.kind == ConfigLineKind::Comment || line.kind == ConfigLineKind::Skipped) continue;

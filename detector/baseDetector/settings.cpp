@@ -82,9 +82,12 @@ bins baseDetector::GetBinningMode() {
         const int control = ReadRegister(registers::control, firstSensor);
         if ((control & binning2x2FlagBit) != 0) {
             mode = Bin2x2Flagged;
-        } else if (QueryBinningMode(Bin4x4Flagged) == 1 && (control & binning4x4FlagBit) != 0) {
+        } else if ((control & binning4x4FlagBit) != 0) {
             constexpr int code4x4Bits = 0x140;
-            if (bitOf(registers::binningCode, code4x4Bits)) mode = Bin4x4Flagged;
+            if (QueryBinningMode(Bin4x4Flagged) != 1)
+                ignored4x4Flag = true;
+            else if (bitOf(registers::binningCode, code4x4Bits))
+                mode = Bin4x4Flagged;
         }
         binningMode = mode;
         return mode;

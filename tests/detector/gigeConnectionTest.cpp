@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <utility>
 
+#include "QorImage.h"
 #include "detector/PleoraDetector.h"
 #include "platform/Event.h"
 #include "platform/VirtualClock.h"
@@ -22,32 +24,34 @@ constexpr const char* serialText = "Problem Configuring Detector Serial Interfac
 constexpr const char* closeText = "Problem Closing Connection to Detector!";
 constexpr const char* sizeText = "Failed to configure Pleora interface: Problem updating image parameters";
 
-/// The scripted seam with a pipeline that can refuse to start.
-class Pleora final : public ScriptedPleora {
-public:
-    bool refusesToStart = false;
-    PvResult Pipeline_Start() override { return refusesToStart ? failed(5) : ScriptedPleora::Pipeline_Start(); }
-};
-
 class TestDetector : public PleoraDetector {
 public:
     explicit TestDetector(std::shared_ptr<ScriptedPleora> pleora, const char* address = "10.0.0.2")
         : PleoraDetector(address, nullptr) {
         pleoraLib = std::move(pleora);
     }
-    using PleoraDetector::boardText, PleoraDetector::handleOpen, PleoraDetector::numBuffers, PleoraDetector::readPlane,
+    using PleoraDetector::binningMode, PleoraDetector::boardText, PleoraDetector::commsOpen,
+        PleoraDetector::frameCapturedEvent, PleoraDetector::handleOpen, PleoraDetector::numBuffers,
         PleoraDetector::softwareTriggerEnabled, PleoraDetector::TransportMinimumExposureTime;
+
+    std::function<void()> meanwhile;  ///< runs once, after the next look at the frame size
+    int GetBufferYdim() override {
+        const int rows = PleoraDetector::GetBufferYdim();
+        if (const auto change = std::exchange(meanwhile, nullptr)) change();
+        return rows;
+    }
 };
 
 class GigeConnection : public testing::Test {
 protected:
-    GigeConnection() : pleora(std::make_shared<Pleora>()), detector(pleora) {
+    GigeConnection() : pleora(std::make_shared<ScriptedPleora>()), detector(pleora) {
         pleora->line.registers = {{124, 5101}, {126, 1}, {9, 1}, {10, 1}, {11, 9000}};
         pleora->frame.assign(1536 * 864 * 2, 0x5A);
     }
     platform::ScopedVirtualClock clock;
-    std::shared_ptr<Pleora> pleora;
+    std::shared_ptr<ScriptedPleora> pleora;
     TestDetector detector;
+    baseDetector& core = detector;  ///< where the reads into images are
 };
 
 constexpr std::string_view openingText =
@@ -142,13 +146,6 @@ TEST_F(GigeConnection, ClosingTakesItsStepsInOrderAndCanBeRepeated) {
     pleora->calls.clear();
     detector.CloseBrd();
     EXPECT_TRUE(pleora->calls.empty()) << "a closed board is left alone";
-    {
-        TestDetector other(pleora);
-        other.OpenBoard();
-        pleora->failing = "Stream_Close";
-        expectFailure([&] { other.CloseBoard(); }, closeText, DerrTransport, 5);
-    }
-    EXPECT_FALSE(pleora->initialized) << "the destructor releases what a failed close left";
 }
 
 TEST_F(GigeConnection, BufferCountMustBePositiveAndSizesTheRingAlone) {
@@ -208,6 +205,11 @@ TEST_F(GigeConnection, PersistentAddressIsWrittenAndTheBoardReconnected) {
 TEST_F(GigeConnection, FrameSizeFollowsTheDeviceAndNeverOverrunsTheCaller) {
     pleora->roundWidthTo = 1000;
     detector.OpenBoard();
+    EXPECT_EQ(pleora->traced["Width"], 0);
+    detector.UpdateInterfaceImageSize();
+    EXPECT_EQ(pleora->traced["Width"], 2000) << "the trace of a read shows what was known before";
+    EXPECT_EQ(pleora->traced["Height"], 864);
+    EXPECT_EQ(pleora->traced["PayloadSize"], 2000 * 864 * 2);
     EXPECT_EQ(detector.bufferXdim(), 4000);
     EXPECT_EQ(detector.bufferYdim(), 864);
     std::vector<unsigned char> frame(1536 * 864 * 2 + 64, 0xEE);
@@ -216,13 +218,6 @@ TEST_F(GigeConnection, FrameSizeFollowsTheDeviceAndNeverOverrunsTheCaller) {
     detector.ReadBuffer(0, frame.data());
     EXPECT_EQ(frame[1536 * 864 * 2 - 1], 0x11);
     EXPECT_EQ(frame[1536 * 864 * 2], 0xEE);
-    frame.assign(frame.size(), 0xEE);
-    for (const int room : {768 * 432 * 2, 1536 * 864 * 4})
-        expectFailure([&] { detector.readPlane(0, frame.data(), room); },
-                      "Dimensions of image are not correct or supported!", DerrBadRequest);
-    EXPECT_EQ(frame.front(), 0xEE) << "an image of before a change of size has no room for the frame";
-    detector.readPlane(0, frame.data(), 1536 * 864 * 2);
-    EXPECT_EQ(frame.front(), 0x11);
     EXPECT_FLOAT_EQ(detector.TransportMinimumExposureTime(), 1536.0F * 864 * 16 / 670e6F * 1000);
 }
 
@@ -238,21 +233,77 @@ TEST_F(GigeConnection, FrameBeyondTwoGigabytesIsRefused) {
     }
 }
 
-TEST_F(GigeConnection, PipelineThatASizeChangeLeftStoppedIsStartedByTheNextSnapOrItsFailureTold) {
+TEST_F(GigeConnection, SizeChangeInsideASizeChangeLeavesThePipelineToTheOuterOne) {
+    detector.OpenBoard();
+    pleora->calls.clear();
+    detector.meanwhile = [&] { detector.UpdateInterfaceImageSize(); };
+    detector.UpdateInterfaceImageSize();
+    EXPECT_THAT(pleora->steps(),
+                ElementsAre("Pipeline_Stop", "Width = 1536", "Width = 1536", "Height = 864", "Width?", "Height?",
+                            "PayloadSize?", "Pipeline_SetBufferSize 2654208", "Height = 864", "Width?", "Height?",
+                            "PayloadSize?", "Pipeline_SetBufferSize 2654208", "Pipeline_Start"));
+}
+
+TEST_F(GigeConnection, FailedSizeChangeIsNotRepeatedByOtherCalls) {
     detector.OpenBoard();
     pleora->failing = "Width = 768";
     expectFailure([&] { detector.SetBinningMode(Bin2x2); }, sizeText, DerrTransport, 5);
-    EXPECT_FALSE(pleora->Pipeline_IsStarted());
     pleora->failing.clear();
+    pleora->calls.clear();
     detector.Snap(0, 10);
-    EXPECT_TRUE(pleora->Pipeline_IsStarted());
+    EXPECT_THAT(pleora->calls, ElementsAre("State_Start", "PLC_ctrl0 = true", "PLC_ctrl0 = false",
+                                           "Pipeline_RetrieveNextBuffer 10", "Pipeline_ReleaseBuffer", "State_Stop"));
+}
 
-    pleora->refusesToStart = true;
+TEST_F(GigeConnection, PipelineThatDoesNotStopIsReadOnlyAsFarAsItsBuffersReach) {
+    detector.OpenBoard();
     detector.SetBinningMode(Bin4x4);
-    expectFailure([&] { detector.Snap(0, 10); }, "Problem starting pipeline!", DerrTransport, 5);
-    pleora->refusesToStart = false;
+    pleora->frame.assign(384 * 216 * 2, 0x22);
+    pleora->failing = "Pipeline_Stop";
+    detector.SetBinningMode(Bin1x1);
+    detector.ClearBuffers();
     detector.Snap(0, 10);
-    EXPECT_TRUE(pleora->Pipeline_IsStarted());
+    std::vector<unsigned char> frame(1536 * 864 * 2);
+    detector.ReadBuffer(0, frame.data());
+    EXPECT_EQ(frame[384 * 216 * 2 - 1], 0x22);
+    EXPECT_EQ(frame[384 * 216 * 2], 0);
+}
+
+TEST_F(GigeConnection, ImageMeasuredBeforeASizeChangeIsRefused) {
+    detector.OpenBoard();
+    for (const bins next : {Bin2x2, Bin1x1}) {
+        QorImage image;
+        detector.meanwhile = [&] { detector.SetBinningMode(next); };
+        expectFailure([&] { core.ReadBuffer(0, image, 0); }, "Dimensions of image are not correct or supported!",
+                      DerrBadRequest);
+        EXPECT_EQ(static_cast<const std::uint16_t*>(image.GetDataPointerToPlane(0))[0], 0);
+    }
+}
+
+TEST_F(GigeConnection, ReadBufferAsksTheDetectorNothing) {
+    detector.OpenBoard();
+    detector.binningMode.reset();
+    pleora->calls.clear();
+    std::vector<unsigned char> frame(1536 * 864 * 2);
+    detector.ReadBuffer(0, frame.data());
+    EXPECT_TRUE(pleora->calls.empty());
+}
+
+TEST_F(GigeConnection, FailedOpenLeavesChannelAndEventAsTheyAre) {
+    pleora->failing = "Pipeline_Start";
+    expectFailure([&] { detector.OpenBoard(); }, "Problem starting pipeline!", DerrTransport, 5);
+    EXPECT_TRUE(detector.commsOpen);
+    pleora->failing.clear();
+    detector.OpenBoard();
+    detector.CloseBoard();
+    pleora->failing = "IP_Write";  // nothing is read before the event exists: the settings are cached
+    EXPECT_TRUE(support::failureOf([&] { detector.OpenBoard(); }));
+    EXPECT_TRUE(detector.handleOpen);
+    void* const event = detector.frameCapturedEvent;
+    pleora->failing.clear();
+    expectFailure([&] { detector.OpenBoard(); },
+                  "Detector handle is already open. Please close before trying to re-open it!", DerrTransport);
+    EXPECT_EQ(detector.frameCapturedEvent, event);
 }
 
 TEST_F(GigeConnection, SnapTriggersRetrievesCopiesAndStops) {

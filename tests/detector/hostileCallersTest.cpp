@@ -55,6 +55,7 @@ protected:
         if (detector->IsConnected()) {
             EXPECT_NO_THROW(detector->CloseBoard());
         }
+        replaceDetector();
         hardware->writeRegister(0, edgesOnly);
         ASSERT_NO_THROW(open());
         detector->DisablePulseGenerator();  // one that was half prepared mutes the trigger, after a close too
@@ -89,7 +90,7 @@ std::string declaredIn(const std::string& line) {
 
 TEST(FacadeCalls, AreThoseOfTheHeader) {
     std::multiset<std::string> declared;
-    std::ifstream header(std::filesystem::path(__FILE__).parent_path() / "../../detector/QuorinDetector.h");
+    std::ifstream header(std::filesystem::path(QRAPI_SOURCE_DIR) / "detector/QuorinDetector.h");
     ASSERT_TRUE(header);
     for (std::string line; std::getline(header, line) && line != "protected:";) {
         line.resize(std::min(line.find("//"), line.size()));

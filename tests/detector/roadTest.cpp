@@ -141,6 +141,22 @@ TEST_P(Plain5309, OpeningAndExposureAreTheseCommands) {
     EXPECT_FLOAT_EQ(detector->GetExposureTime(), detector->GetReadOutTime() + 62.22F);
 }
 
+TEST_P(Plain5309, RefusedBinningTouchesNeitherFramesNorTransport) {
+    detector->OpenBoard(4);
+    detector->Snap(0, 1000);
+    std::vector<unsigned char> before(1536 * 1944 * 2);
+    std::vector<unsigned char> after = before;
+    detector->ReadBuffer(0, before.data());
+    const support::LogCapture log;
+    EXPECT_EQ(failureOf([&] { detector->SetBinningMode(Bin2x1); })->GetCode(), DerrBadRequest);
+    detector->Snap(1, 1000);
+    for (const char* call :
+         {"info|PLEORA: pvDeviceGEV()->GetParameters()->SetIntegerValue(Width", "info|EPIX: pxe_setVideoResolution"})
+        EXPECT_TRUE(log.linesFrom(call).empty()) << call;
+    detector->ReadBuffer(0, after.data());
+    EXPECT_EQ(before, after);
+}
+
 INSTANTIATE_TEST_SUITE_P(Road, Plain5309, testing::ValuesIn(support::roads({"5309"})),
                          testing::PrintToStringParamName());
 
@@ -151,6 +167,25 @@ TEST_P(Kestrane6112, FlaggedBinningThatWasLeftInTheDetectorIsOpenedWithItsSize) 
     detector->OpenBoard();
     EXPECT_EQ(detector->GetBinningMode(), Bin4x4Flagged);
     expectSnap(0, 768, 216);
+}
+
+TEST_P(Kestrane6112, FirstOpenReadsBinningAgainOnlyForTheFlagOf4x4) {
+    struct {
+        int control;  ///< register 1
+        std::vector<const char*> reads;
+    } const cases[] = {{0x02, {"R1036", "R1037", "R1130", "R1126"}},
+                       {0x10, {"R1036", "R1037", "R1130", "R1010", "R1009", "R1001", "R1003", "R1126"}}};
+    for (const auto& each : cases) {
+        replaceDetector();
+        hardware->writeRegister(1, static_cast<std::uint16_t>(each.control));
+        const support::LogCapture log;
+        detector->OpenBoard();
+        const std::vector<std::string> commands = serialCommands(log);
+        const auto begin = std::find(commands.begin(), commands.end(), "R1036");
+        ASSERT_GE(commands.end() - begin, static_cast<std::ptrdiff_t>(each.reads.size()));
+        EXPECT_THAT(std::vector<std::string>(begin, begin + static_cast<std::ptrdiff_t>(each.reads.size())),
+                    testing::ElementsAreArray(each.reads));
+    }
 }
 
 TEST_P(Kestrane6112, ReadNeverOverrunsAFrameWhoseBinningWasFoundLater) {
@@ -179,8 +214,7 @@ TEST_P(Kestrane6112, DeadSerialLineIsOneErrorAndTheNextOpenWorks) {
         EXPECT_THAT(failure->what(),
                     testing::AnyOf(HasSubstr("Problem sending serial command"), HasSubstr("exposure")));
         hardware->faults().clearAll();
-        // On Camera Link the grabber stays open when a later step of the open fails.
-        if (detector->IsConnected()) detector->CloseBoard();
+        replaceDetector();
         EXPECT_NO_THROW(detector->OpenBoard()) << first;
         detector->CloseBoard();
     }
@@ -226,7 +260,7 @@ TEST_P(Kestrane6112, FailedPowerChangesNameTheirLayersAndADetectorWithoutPowerCa
     const auto silent = failureOf([&] { detector->OpenBoard(); });
     ASSERT_TRUE(silent);
     EXPECT_THAT(silent->what(), HasSubstr("Problem performing serial read!"));
-    if (detector->IsConnected()) detector->CloseBoard();  // see above
+    replaceDetector();
     hardware->serialWrite("WP1\rWC1\r");
     clock.advance(std::chrono::minutes(2));
     EXPECT_NO_THROW(detector->OpenBoard());

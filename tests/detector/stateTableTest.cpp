@@ -218,7 +218,7 @@ INSTANTIATE_TEST_SUITE_P(Road, StateTable, testing::ValuesIn(support::roads({"51
 
 /// The page's table holds what is walked here, row for row in this order, and the texts of all refusals.
 TEST(StatePage, SaysWhatIsWalked) {
-    const auto path = std::filesystem::path(__FILE__).parent_path() / "../../docs/states.md";
+    const auto path = std::filesystem::path(QRAPI_SOURCE_DIR) / "docs/states.md";
     std::ifstream file(path);
     ASSERT_TRUE(file) << path;
     const std::string page((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());

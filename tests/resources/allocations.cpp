@@ -150,10 +150,10 @@ protected:
         return plan.asked;
     }
     void expectReopens() {
-        if (detector == nullptr) detector = road.make();
-        if (detector->IsConnected()) {
+        if (detector != nullptr && detector->IsConnected()) {
             EXPECT_NO_THROW(detector->CloseBoard());
         }
+        replaceDetector();
         EXPECT_NO_THROW(detector->OpenBoard(2));
     }
     void expectSnaps() {

@@ -148,7 +148,6 @@ inline const std::vector<BadCalls>& badCalls() {
          "Unable to open file!",
          {[](D& d) { d.LoadSensorConfigFile(nullptr); }, [](D& d) { d.LoadSensorConfigFile("/no/such"); }}},
         {DerrFile, "Problem reading from file", {[](D& d) { d.LoadSensorConfigFile("/"); }}},
-        {DerrFile, "The sensor configuration file is too long", {[](D& d) { d.LoadSensorConfigFile("/dev/zero"); }}},
         {DerrBadRequest,
          "Failed to open file.",
          {[](D& d) { d.UploadFirmware(nullptr, 1, true); }, [](D& d) { d.UploadFirmware("/", 1, true); }}},

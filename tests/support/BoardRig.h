@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "VirtualGrabber.h"
@@ -25,11 +27,17 @@ public:
     using EpixDetector::numBuffers;
     using EpixDetector::pulseDivider;
     using EpixDetector::pulseGeneratorEnabled;
-    using EpixDetector::readPlane;
     using EpixDetector::startThread;
     using EpixDetector::xclibLib;
     using EpixDetector::xcState;
     baseDetector& core() { return *this; }  ///< where the transport's own operations are public
+
+    std::function<void()> meanwhile;  ///< runs once, after the next look at the frame size
+    int GetBufferYdim() override {
+        const int rows = EpixDetector::GetBufferYdim();
+        if (const auto change = std::exchange(meanwhile, nullptr)) change();
+        return rows;
+    }
 };
 
 /// A detector on a frame grabber of a fresh rack, and what was asked of the grabber.

@@ -38,7 +38,6 @@ public:
     int serialConfigurations = 0;
     float transportMinimumMs = 0.0F;
     int fields = 0;
-    std::int64_t planeRoom = 0;  ///< what the last read into an image said it has room for
     std::string openText;
     bool serialReadFails = false;
     std::vector<std::pair<int, std::vector<unsigned char>>> written;
@@ -60,11 +59,8 @@ public:
     void EnablePulseGenerator(float frequencyHz) override { pulseFrequency = frequencyHz; }
     using baseDetector::ReadBuffer;
     void ReadBuffer(int, void* target) override {
+        checkPlane(target, static_cast<std::int64_t>(frame.size()));
         std::copy(frame.begin(), frame.end(), static_cast<unsigned char*>(target));
-    }
-    void readPlane(int buffer, void* target, std::int64_t room) override {
-        planeRoom = room;
-        ReadBuffer(buffer, target);
     }
     void Snap(int, int) override {}
     int GetCapturedBuffer() override { return 0; }

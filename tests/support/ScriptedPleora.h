@@ -22,6 +22,7 @@ class ScriptedPleora : public PleoraLib {
 public:
     std::vector<std::string> calls;
     std::map<std::string, std::int64_t> integers{{"PayloadSize", 1536 * 864 * 2}};
+    std::map<std::string, std::int64_t> traced;  ///< what the last read of a feature was given
     RegisterScript line;
     std::string failing;  ///< the call, as it is written down, that fails
     int failWith = 5;     ///< the code that it fails with
@@ -64,7 +65,8 @@ public:
         return note(fmt::format("{} = {}", name.GetAscii(), value.GetAscii()));
     }
     PvResult Dev_GetIntegerValue(PvString name, std::int64_t& value) override {
-        return note(fmt::format("{}?", name.GetAscii()), [&] { value = integers[name.GetAscii()]; });
+        return note(fmt::format("{}?", name.GetAscii()),
+                    [&] { traced[name.GetAscii()] = std::exchange(value, integers[name.GetAscii()]); });
     }
     PvResult Dev_SetIntegerValue(PvString name, std::int64_t value) override {
         const std::string feature = name.GetAscii();

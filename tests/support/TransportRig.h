@@ -108,6 +108,12 @@ protected:
         simulator::Rack::instance().reset();
     }
 
+    /// A new object for the same detector, as after an open that failed: the old one may refuse to open again.
+    void replaceDetector() {
+        detector.reset();
+        detector = road.make();
+    }
+
     const simulator::Profile& panel() const { return hardware->profile(); }
     int panelWidth() const { return panel().sensorWidth * panel().sensorsAcross; }
     int panelHeight() const { return panel().sensorHeight * panel().sensorsDown; }

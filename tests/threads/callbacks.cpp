@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 
+#include "detector/xclib_real.h"
 #include "support/LiveRig.h"
 
 /// The application's function: what it is called with, when it can be changed, and what becomes of its failures.
@@ -116,6 +117,56 @@ TEST_P(Callback, SkipsToTheNewestFrame) {
     EXPECT_EQ(rig.calls()[1].buffer, 3);
     detector.GoUnLive();
     EXPECT_EQ(rig.count, 2);
+}
+
+namespace {
+
+/// Counts the questions of a callback thread whether the grabber is live; the next one can fail.
+class Questions : public xclib_real {
+public:
+    explicit Questions(std::shared_ptr<CallbackLoop> ofThread) : loop(std::move(ofThread)) {}
+    int goneLive(pxdstate* state, int unitMap) override {
+        if (loop->onThisThread() && counted.fetch_add(1) == 0 && failsFirst.exchange(false))
+            throw std::runtime_error("no answer");
+        return xclib_real::goneLive(state, unitMap);
+    }
+
+    std::atomic<int> counted{0};
+    std::atomic<bool> failsFirst{false};
+
+private:
+    const std::shared_ptr<CallbackLoop> loop;
+};
+
+struct InsideEpix : EpixDetector {
+    static auto& library(baseDetector& detector) {
+        return static_cast<EpixDetector&>(detector).*(&InsideEpix::xclibLib);
+    }
+};
+
+}  // namespace
+
+TEST_P(Callback, ThreadAsksOnceWhetherTheRunIsLiveAndAFailureOfTheQuestionKeepsNoLock) {
+    if (GetParam() == TransportGE) return;  // the transport answers without a call that could fail
+    const auto questions = std::make_shared<Questions>(support::Inside::loop(detector));
+    InsideEpix::library(detector) = questions;
+    rig.installCallback([&](const LiveRig::Call& /*call*/) {
+        until([&] { return !feed.isAcquiring(); });
+        questions->counted = 0;
+    });
+    for (const bool fails : {false, true}) {
+        questions->failsFirst = false;
+        detector.GoLiveSeq(0, 3, 1);
+        until([&] { return questions->counted > 0; });
+        questions->failsFirst = fails;
+        rig.giveToCallback();
+        rig.awaitCallbackThreadsEnd();
+        EXPECT_EQ(questions->counted, fails ? 2 : 1);
+    }
+    const auto kept = failureOf([&] { detector.CheckForCallbackError(); });
+    ASSERT_TRUE(kept);
+    EXPECT_THAT(kept->what(), testing::HasSubstr("no answer"));
+    EXPECT_NO_THROW(detector.StopCallback());
 }
 
 INSTANTIATE_TEST_SUITE_P(On, Callback, support::onBothTransports, support::transportName);

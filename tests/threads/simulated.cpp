@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <thread>
 
+#include "detector/logPath.h"
 #include "support/LiveRig.h"
 #include "support/TransportRig.h"
 
@@ -313,6 +317,66 @@ TEST_P(OnThreads, DestructionEndsRunsOfEveryKind) {
         std::this_thread::yield();
         EXPECT_EQ(calls, after) << "called after destruction";
     }
+}
+
+TEST_P(OnThreads, RefusedBinningKeepsTheFramesOfTheRunAndTheBoardCanBeClosed) {
+    open(*detector);
+    detector->GoLiveSeq(0, 3, 0);
+    until([&] { return hardware->ledger().delivered > 2; });
+    EXPECT_EQ(failureOf([&] { detector->SetBinningMode(BinUnknown); })->GetCode(), DerrBinning);
+    hardware->writeRegister(0, edgesOnly);
+    awaitBalancedLedger();
+    const auto frameInBuffer = [&](int buffer) {
+        std::vector<unsigned char> pixels(384 * 216 * 2);
+        detector->ReadBuffer(buffer, pixels.data());
+        return pixels;
+    };
+    if (road.isGigE()) {  // Camera Link reads by the binning that the detector now has, which is none
+        const std::vector<unsigned char> recorded = frameInBuffer(0);
+        EXPECT_NE(recorded, std::vector<unsigned char>(recorded.size()));
+        EXPECT_NO_THROW(detector->GoUnLive());
+        EXPECT_EQ(frameInBuffer(0), recorded);
+    }
+    EXPECT_NO_THROW(detector->CloseBoard());
+}
+
+namespace {
+
+/// Ends the process with success if a detector that was destroyed before this object has logged its last call.
+struct LastLine {
+    std::string path;  ///< of the log; empty: nothing is asked
+    std::string text;
+    LastLine() = default;
+    LastLine(const LastLine&) = delete;
+    LastLine& operator=(const LastLine&) = delete;
+    ~LastLine() {
+        if (path.empty()) return;
+        getQorLogger()->flush();
+        std::ifstream file(path);
+        const std::string log((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        const auto dataFolder = std::filesystem::path(path).parent_path().parent_path().parent_path();
+        std::filesystem::remove_all(dataFolder);
+        std::_Exit(log.find(text) == std::string::npos ? EXIT_FAILURE : EXIT_SUCCESS);
+    }
+};
+
+// Older than the logger, so destroyed after what is created by then.
+LastLine lastLine;
+std::unique_ptr<QuorinDetector> staticDetector;
+
+}  // namespace
+
+TEST_P(OnThreads, StaticObjectMayOwnADetector) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto leaveWithAnOpenDetector = [this] {
+        staticDetector = std::move(detector);
+        staticDetector->OpenBoard(2);
+        lastLine.path = getLogPath();
+        lastLine.text = road.isGigE() ? "pvDeviceGEV()->Disconnect" : "pxe_XCLIBuninstantiate";
+        getQorLogger()->set_level(spdlog::level::debug);
+        std::exit(EXIT_FAILURE);  // unless what is destroyed now decides otherwise
+    };
+    EXPECT_EXIT(leaveWithAnOpenDetector(), testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Road, OnThreads, testing::ValuesIn(support::roads({"5101-kestrane"})),

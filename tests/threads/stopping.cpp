@@ -274,31 +274,6 @@ TEST_P(Stop, TwiceFromTheCallbackEndsTheRunAndTheNextWaitsForItsReturn) {
     rig.expectNextRunCalls();
 }
 
-TEST_F(GigeStop, CompletesASizeChangeThatItCutOff) {
-    Checkpoint midway;
-    pleora.atCommand = [&, passed = false](const std::string& command) mutable {
-        if (passed || command != "W000500514") return;  // the new binning is about to be taken up
-        passed = true;
-        midway.stop();
-        until([&] { return !Inside::loop(detector)->running; });
-    };
-    std::optional<QuorinException> refusal;
-    rig.installCallback([&](const LiveRig::Call& call) {
-        if (call.field == 2) refusal = failureOf([&] { detector.SetBinningMode(Bin2x2); });
-    });
-    detector.GoLiveSeq(0, 3, 0);
-    pleora.give(1);
-    midway.await();
-    midway.release();
-    detector.GoUnLive();
-    ASSERT_TRUE(refusal);
-    EXPECT_EQ(refusal->GetCode(), DerrCallback) << refusal->what();
-    EXPECT_EQ(pleora.integer("Width"), 768);
-    EXPECT_EQ(detector.GetBufferXdim(), 768);
-    EXPECT_FALSE(pleora.isAcquiring());
-    rig.expectNextRunWorks();
-}
-
 TEST_P(Stop, IsNotHeldUpByAnEndlessWaitWhichACloseEnds) {
     rig.installCallback();
     std::optional<QuorinException> failure;
