@@ -1,5 +1,7 @@
 #include "sweep/Application.h"
 
+#include <algorithm>
+#include <string_view>
 #include <thread>
 
 #include "QorImage.h"
@@ -168,7 +170,7 @@ void Application::proveItWorks(bool powerMayBeOff) {
     try {
         if (detector == nullptr) throw Ended();
         if (detector->IsConnected()) call("CloseBoard", [&] { detector->CloseBoard(); });
-        call("OpenBoard", [&] { detector->OpenBoard(2); });
+        reopen();
         // What a half-done change has left is set anew, as an application does.
         call("DisablePulseGenerator", [&] { detector->DisablePulseGenerator(); });
         if (detector->QueryROI() == 1) call("SetROIEnabled", [&] { detector->SetROIEnabled(false); });
@@ -182,6 +184,21 @@ void Application::proveItWorks(bool powerMayBeOff) {
         complaints.push_back("it doesn't work any more: " + (outcomes.empty() ? "" : outcomes.back().operation) + ": " +
                              (detector != nullptr && outcomes.back().failure ? outcomes.back().failure->what() : "-"));
     }
+}
+
+/// An open that failed may leave its event, on GigE: the next open is refused then, and a new object is the way.
+void Application::reopen() {
+    const bool failedBefore = std::any_of(outcomes.begin(), outcomes.end(), [](const Outcome& outcome) {
+        return outcome.operation == "OpenBoard" && outcome.failure;
+    });
+    const auto open = [this] { detector->OpenBoard(2); };
+    if (attempt("OpenBoard", open)) return;
+    const bool eventLeft = std::string_view(outcomes.back().failure->what()).rfind("Detector handle is already", 0) == 0;
+    if (!eventLeft || !failedBefore || !road.isGigE()) throw Ended();
+    outcomes.pop_back();
+    destroy();
+    construct();
+    call("OpenBoard", open);
 }
 
 bool Application::awaitCallbacks(int number) {

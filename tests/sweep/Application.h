@@ -94,6 +94,7 @@ public:
 private:
     static std::shared_ptr<simulator::SimulatedDetector> makeHardware(const Road& road);
     void meterTheSeams();
+    void reopen();
     bool make(const std::string& operation, const std::function<void()>& body);
 
     Meter& meter;

@@ -124,7 +124,6 @@ const FailureRow onGigE[] = {
     {"Dev_Get", "*", wrongData, noMemory, DerrResources, "baseDetector::ClearCameraBuffer", Status::None},
     {"Dev_Get", "*", wrongData, "There is no frame to write: the pointer is null!", DerrBadRequest,
      "PleoraDetector::WriteBuffer", Status::None},
-    {"Pipeline_Start", "", results, "Problem starting pipeline!", DerrTransport, "PleoraDetector::startPipelineAgain"},
     {"Pipeline_Start", "", results, noFrame, DerrAcquisition, "baseDetector::WaitImage", Status::None},
     {"Dev_Get", "*", wrongData, "Size of input buffer must match size of current image buffer!", DerrBadRequest,
      "PleoraDetector::WriteBuffer", Status::Own},
