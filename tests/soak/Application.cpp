@@ -118,7 +118,7 @@ void Application::finish() {
 void Application::make() {
     detector = station.make();
     model.made();
-    isOpen = signalled = staleFrames = pulsesPrepared = false;
+    isOpen = signalled = signalUnknown = staleFrames = pulsesPrepared = openFailed = false;
     ringAsked = 0;
     fields = station.isGigE() ? std::optional<int>(0) : std::nullopt;
     captured.reset();
@@ -141,6 +141,7 @@ void Application::open() {
     if (!returned || disturbance.inForce()) model.forget(Setting::Window);
     if (disturbance.deceives()) model.forget(Setting::RegionRow);
     if (!returned) {
+        openFailed = station.isGigE();
         bool half = false;
         report.call("IsConnected()", [&] { half = detector->IsConnected(); });
         if (half && station.isGigE()) report.violation("a failed open has left the board open");
@@ -151,7 +152,7 @@ void Application::open() {
         return;
     }
     isOpen = true;
-    signalled = staleFrames = false;
+    signalled = signalUnknown = staleFrames = false;
     if (!station.isGigE()) {
         fields = 0;
         captured.reset();
@@ -213,7 +214,7 @@ void Application::calm() {
     disturbance.end();
     report.remark("no faults");
     if (disturbed) {
-        if (deceived || model.openingIsUncertain() || random.percent(30))
+        if (deceived || openFailed || model.openingIsUncertain() || random.percent(30))
             destroy();
         else if (isOpen)
             closeBoard();
@@ -271,6 +272,9 @@ void Application::changeSetting() {
 
 void Application::changeTo(const SettingCall& call, int value) {
     if (call.setting == Setting::Binning || call.setting == Setting::RegionOn) letFramesPass();
+    if (call.setting == Setting::Binning && !disturbance.inForce() && captured && sizeKnown() &&
+        model.binningCode(value) != 0)
+        return refuseBinning(value);
     const bool returned = change(
         call.setting, named("Set", call.name, std::to_string(value)), [&] { call.set(*detector, value); },
         [&] { return model.set(call.setting, value); });
@@ -280,6 +284,23 @@ void Application::changeTo(const SettingCall& call, int value) {
         model.forget(Setting::Binning);
         restoreSettings();
     }
+}
+
+/// A refused setting touches neither the frames nor what a snap does next.
+void Application::refuseBinning(int value) {
+    const int kept = *captured;
+    const auto frame = [&] {
+        std::vector<unsigned char> pixels(2 * static_cast<std::size_t>(model.width()) *
+                                          static_cast<std::size_t>(model.height()));
+        expect(0, "ReadBuffer", [&] { detector->ReadBuffer(kept, pixels.data()); });
+        return pixels;
+    };
+    const std::vector<unsigned char> before = frame();
+    expect(model.binningCode(value), named("Set", "BinningMode", std::to_string(value)),
+           [&] { detector->SetBinningMode(static_cast<bins>(value)); });
+    if (ring() > 1 && random.percent(50)) snapInto(kept == 0 ? 1 : 0, frameMs(), 0);
+    if (report.episodeIsClean() && frame() != before)
+        report.violation("a refused binning has changed the frame in buffer " + std::to_string(kept));
 }
 
 void Application::askSetting() {

@@ -59,6 +59,7 @@ private:
     void changeGap();
     void changeProgrammed();
     void askTimes();
+    void refuseBinning(int value);
     void changeRegion();
     void setRegion(const Region& region, int arguments);
     void askRegion();
@@ -71,6 +72,8 @@ private:
 
     void snap();
     void snapInto(int buffer, int timeoutMs, int code);
+    void snapTakesSignal();
+    void takeSignal();
     void expectPattern(int buffer, std::uint64_t firstNumber);
     void expectCounts();
     void waitImage();
@@ -97,7 +100,9 @@ private:
     int ringAsked = 0;            ///< 0: no count was given
     std::optional<int> fields;    ///< field count
     std::optional<int> captured;  ///< newest buffer
-    bool signalled = false;       ///< GigE: the signal of a snap waits for somebody
+    bool signalled = false;       ///< a frame was signalled and no wait has consumed it
+    bool signalUnknown = false;   ///< Camera Link: after a failed snap a frame may or may not have been signalled
+    bool openFailed = false;      ///< GigE: the object may have kept the event of a failed open, and refuse the next
     bool staleFrames = false;     ///< a snap that failed has left frames in the pipeline
     bool pulsesPrepared = false;
     int pendingMs = 0;  ///< the longest that a frame on its way can take

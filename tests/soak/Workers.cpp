@@ -361,6 +361,10 @@ void Crew::snap() {
     constexpr milliseconds oldFrames{110};  // of another size, or the signal that a wait got just now
     alone([&] {
         platform::sleepFor(oldFrames);
+        if (!isGigE()) {  // the signal that a run has left, which the snap would take for its own
+            report.call("WaitImage(0)", [&] { detector->WaitImage(0); });
+            platform::sleepFor(oldFrames);
+        }
         const std::uint64_t before = station.hardware->ledger().exposed;
         const int buffer = random.below(ring);
         runStop = -1;

@@ -38,7 +38,7 @@ void Application::snap() {
     if (!sizeKnown()) {
         expect(0, "Snap", [&] { detector->Snap(0, random.between(0, 2000)); });
         pendingMs = std::max(pendingMs, frameMs());
-        staleFrames = true;
+        staleFrames = signalUnknown = true;
         fields.reset();
         captured.reset();
         return;
@@ -51,8 +51,29 @@ void Application::snap() {
     if (staleFrames && random.percent(50)) closeBoard();
 }
 
+/// Camera Link: consumes the signal of a frame that no wait has consumed. A snap would take it for its own.
+void Application::takeSignal() {
+    if (station.isGigE() || (!signalled && !signalUnknown)) return;
+    waitImage();
+    signalled = signalUnknown = false;
+}
+
+/// Camera Link: the snap returns for the signal that it finds, and its own frame comes later.
+void Application::snapTakesSignal() {
+    const platform::Time before = platform::now();
+    expect(0, "Snap that finds a signal", [&] { detector->Snap(0, frameMs()); });
+    if (platform::now() - before >= milliseconds(unhurriedMs)) report.violation("the snap did not take the signal");
+    signalUnknown = true;
+    pendingMs = frameMs();
+    fields.reset();
+    captured.reset();
+}
+
 void Application::snapInto(int buffer, int timeoutMs, int code) {
     letFramesPass();
+    const bool surelySignalled = !station.isGigE() && signalled && !signalUnknown && !disturbance.inForce();
+    if (surelySignalled && code == 0 && random.percent(50)) snapTakesSignal(), letFramesPass();
+    takeSignal();
     const std::uint64_t before = station.hardware->ledger().exposed;
     const bool inside = buffer < places();
     const bool returned = expect(code, "Snap(" + std::to_string(buffer) + ", " + std::to_string(timeoutMs) + ")",
@@ -60,6 +81,7 @@ void Application::snapInto(int buffer, int timeoutMs, int code) {
     pendingMs = frameMs();
     if (!returned) {
         staleFrames = station.isGigE();
+        if (!station.isGigE()) signalUnknown = true;
         if (!station.isGigE() && inside) {
             fields.reset();  // the grabber goes on capturing
             captured.reset();
@@ -68,7 +90,8 @@ void Application::snapInto(int buffer, int timeoutMs, int code) {
     }
     if (fields) ++*fields;
     captured = buffer;
-    signalled = true;
+    signalled = station.isGigE();  // on Camera Link the snap has consumed it
+    signalUnknown = disturbance.inForce();
     expectCounts();
     if (!staleFrames) expectPattern(buffer, before + 1);
 }
@@ -113,7 +136,10 @@ void Application::waitImage() {
     const int timeoutMs = random.between(0, 50);
     const Call wait = [&] { detector->WaitImage(timeoutMs); };
     const std::string what = "WaitImage(" + std::to_string(timeoutMs) + ")";
-    if (station.isGigE() && !disturbance.inForce() && !staleFrames) {
+    const bool known = station.isGigE() ? !staleFrames : !signalUnknown;
+    // On Camera Link a wait shares the frame of a snap that has only just returned.
+    if (!station.isGigE()) platform::sleepFor(sharedFrame);
+    if (known && !disturbance.inForce()) {
         expect(signalled ? 0 : DerrAcquisition, what, wait);
     } else {
         const Outcome outcome = report.call(what, wait);
@@ -151,6 +177,7 @@ void Application::trigger() {
     expect(0, "SoftwareTrigger()", [&] { detector->SoftwareTrigger(); });
     pendingMs = std::max(pendingMs, frameMs());
     if (station.isGigE()) return;
+    signalUnknown = true;
     fields.reset();  // after a snap that failed the grabber may still be waiting for this frame
     captured.reset();
 }
@@ -179,6 +206,8 @@ void Application::runLive() {
     if (station.isGigE() || !sizeKnown()) return;
     letFramesPass();
     platform::sleepFor(sharedFrame);
+    const bool startsSignalled = signalled && !signalUnknown && random.percent(50);
+    if (!startsSignalled) takeSignal();
     const int start = random.below(std::min(ring(), 5));
     const int stop = random.between(start, std::min(ring(), 5) - 1);
     const int frames = random.between(1, 7);
@@ -189,10 +218,17 @@ void Application::runLive() {
                 [&] { detector->GoLiveSeq(start, stop, limited ? frames : 0); }))
         return;
     expect(DerrBadRequest, "GoLiveSeq while live", [&] { detector->GoLiveSeq(start, stop, 1); });
+    if (startsSignalled) expect(0, "WaitImage(0) of a signal from before", [&] { detector->WaitImage(0); });
+    const bool leavesLast = !model.runsFree() && random.percent(40);
     for (int frame = 0; frame < frames; ++frame) {
         if (!model.runsFree()) expect(0, "SoftwareTrigger()", [&] { detector->SoftwareTrigger(); });
-        expect(0, "WaitImage of frame " + std::to_string(frame), [&] { detector->WaitImage(frameMs()); });
+        if (leavesLast && frame == frames - 1)
+            platform::sleepFor(milliseconds(frameMs()));
+        else
+            expect(0, "WaitImage of frame " + std::to_string(frame), [&] { detector->WaitImage(frameMs()); });
     }
+    signalled = leavesLast;
+    signalUnknown = disturbance.inForce();
     bool live = false;
     expect(0, "IsLive()", [&] { live = detector->IsLive(); });
     if (live == limited) report.violation(live ? "a limited run goes on" : "a run has ended by itself");

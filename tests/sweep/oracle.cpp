@@ -124,6 +124,8 @@ const FailureRow onGigE[] = {
     {"Dev_Get", "*", wrongData, noMemory, DerrResources, "baseDetector::ClearCameraBuffer", Status::None},
     {"Dev_Get", "*", wrongData, "There is no frame to write: the pointer is null!", DerrBadRequest,
      "PleoraDetector::WriteBuffer", Status::None},
+    // A pipeline that a change of size could not start brings no frame.
+    {"Pipeline_Start", "", results, snapProblem, DerrAcquisition, "PleoraDetector::Snap", Status::Own},
     {"Pipeline_Start", "", results, noFrame, DerrAcquisition, "baseDetector::WaitImage", Status::None},
     {"Dev_Get", "*", wrongData, "Size of input buffer must match size of current image buffer!", DerrBadRequest,
      "PleoraDetector::WriteBuffer", Status::Own},

@@ -173,6 +173,23 @@ void sizeChangeWhileLive(Application& app) {
     app.expectNewestFrame(1);
 }
 
+void refusedSettingWhileLive(Application& app) {
+    QuorinDetector& detector = *app.detector;
+    if (app.road.kestrane) return;  // these electronics are asked for any mode
+    app.call("GoLiveSeq", [&] { detector.GoLiveSeq(); });
+    takeLiveFrame(app);
+    app.call("SetBinningMode", [&] {
+        try {
+            detector.SetBinningMode(Bin2x1);
+            app.expect(false, "a mode without a timing is refused");
+        } catch (const QuorinException& refusal) {
+            if (refusal.GetCode() != DerrBadRequest) throw;
+        }
+    });
+    stop(app);
+    app.expectNewestFrame(0);
+}
+
 void region(Application& app) {
     QuorinDetector& detector = *app.detector;
     if (!app.road.kestrane) {  // these electronics have none
@@ -274,6 +291,7 @@ const std::vector<Scenario>& scenarios() {
         {"live limited", false, false, Scenario::ThreadsOnGigE, liveLimited},
         {"live with callback", false, false, Scenario::Threads, liveWithCallback},
         {"size change while live", false, false, Scenario::ThreadsOnGigE, sizeChangeWhileLive},
+        {"refused setting while live", false, false, Scenario::ThreadsOnGigE, refusedSettingWhileLive},
         {"region of interest", false, false, Scenario::Alone, region},
         {"pulses", false, false, Scenario::Alone, pulses},
         {"temperature", false, false, Scenario::Alone, temperature},
