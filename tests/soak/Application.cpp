@@ -272,7 +272,7 @@ void Application::changeSetting() {
 
 void Application::changeTo(const SettingCall& call, int value) {
     if (call.setting == Setting::Binning || call.setting == Setting::RegionOn) letFramesPass();
-    if (call.setting == Setting::Binning && !disturbance.inForce() && captured && sizeKnown() &&
+    if (call.setting == Setting::Binning && !disturbance.inForce() && sizeKnown() && captured && *captured < places() &&
         model.binningCode(value) != 0)
         return refuseBinning(value);
     const bool returned = change(

@@ -240,6 +240,7 @@ void Application::runLive() {
     expectPattern(*captured, station.hardware->ledger().exposed);
     pendingMs = frameMs();
     platform::sleepFor(sharedFrame);
+    if (leavesLast && random.percent(60)) return random.percent(50) ? runLive() : snap();
 }
 
 }  // namespace soak
