@@ -1,13 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
-#include <functional>
+#include <condition_variable>
 #include <mutex>
 #include <thread>
 
-#include "InternalUtils/Failure.h"
-#include "platform/Clock.h"
+#include "platform/Mutex.h"
 #include "platform/threadSafety.h"
 
 /// What the callback thread's loop shares with its detector. The thread co-owns it, since a callback may destroy the
@@ -19,52 +17,46 @@ struct CallbackLoop {
 
     bool onThisThread() const { return thread.load() == std::this_thread::get_id(); }
 
-    /// Asked on the callback thread: somebody stops it, and may hold a lock while joining it.
-    bool stopPending() const { return !running; }
+    /// Makes all threads that wait for a `StoppableLock` of the detector look again whether they are to give up.
+    void wake();
+
+    std::mutex monitor;  ///< guards the state of the detector's stoppable locks; held for moments
+    std::condition_variable changed;
 };
 
-/// Takes `mutex` by tries, until it is had or `giveUp` says so.
-template <class Mutex>
-bool takeUnless(Mutex& mutex, const std::function<bool()>& giveUp) {
-    constexpr std::chrono::microseconds pause{100};
-    while (!mutex.try_lock()) {
-        if (giveUp()) return false;
-        platform::sleepFor(pause);
-    }
-    return true;
-}
-
-/// A recursive lock that somebody may hold while he stops the callback thread and joins it.
+/// A recursive lock that a thread may hold while it stops the callback thread and joins it.
 ///
-/// So on that thread it is taken by tries, which end once a stop is pending: nothing that a callback calls can hang a
-/// stop. On every other thread it is a plain recursive lock.
+/// Threads get it in the order in which they ask. On the callback thread the wait ends once a stop is pending, so that
+/// nothing that a callback calls can block the stop.
 class CAPABILITY("mutex") StoppableLock {
 public:
-    explicit StoppableLock(const CallbackLoop& callbackLoop) : loop(callbackLoop) {}
+    explicit StoppableLock(CallbackLoop& callbackLoop) : loop(callbackLoop) {}
+    StoppableLock(const StoppableLock&) = delete;
+    StoppableLock& operator=(const StoppableLock&) = delete;
 
-    /// Fails with code 17 on the callback thread while a stop is pending and the lock isn't to be had.
-    void lock() ACQUIRE() {
-        if (!lockUnlessStopped())
-            fail("The callback is being stopped: this operation cannot be done from inside it.", DerrCallback,
-                 "StoppableLock::lock");
-    }
-
-    /// As `lock`, but answers false in place of failing.
-    bool lockUnlessStopped() TRY_ACQUIRE(true) {
-        if (loop.onThisThread()) return takeUnless(mutex, [this] { return loop.stopPending(); });
-        mutex.lock();
-        return true;
-    }
-
-    bool lockUnless(const std::function<bool()>& giveUp) TRY_ACQUIRE(true) { return takeUnless(mutex, giveUp); }
-
-    bool try_lock() TRY_ACQUIRE(true) { return mutex.try_lock(); }
-
-    void unlock() RELEASE() { mutex.unlock(); }
+    /// Fails with code 17 on the callback thread if a stop is pending and another thread has the lock.
+    void lock() ACQUIRE();
+    /// As `lock`, but returns false instead of failing.
+    bool lockUnlessStopped() TRY_ACQUIRE(true);
+    /// Gives up, and returns false, once `giveUp` is set. Whoever sets it calls `CallbackLoop::wake` afterwards.
+    bool lockUnless(const std::atomic<bool>& giveUp) TRY_ACQUIRE(true);
+    bool try_lock() TRY_ACQUIRE(true);
+    void unlock() RELEASE();
 
 private:
-    const CallbackLoop& loop;
-    std::recursive_mutex mutex;
+    struct Waiter {
+        Waiter* next = nullptr;
+    };
+    template <class GivesUp>
+    bool take(GivesUp&& givesUp);
+    bool takeAtOnce();
+    void remove(const Waiter& waiter);
+
+    CallbackLoop& loop;
+    // Guarded by the loop's monitor.
+    std::thread::id owner{};
+    int depth = 0;
+    Waiter* first = nullptr;  ///< of the waiting threads; each is on its thread's stack
 };
 
 /// Holds a `StoppableLock` for a scope.
@@ -81,8 +73,8 @@ private:
     StoppableLock& held;
 };
 
-/// Holds `acquisitionLock` and `callbackMutex` together, taken so that a thread that takes them singly, in whatever
-/// order, can't deadlock with this one. Fails as `StoppableLock::lock` does.
+/// Holds `acquisitionLock` and `callbackMutex` together, without the risk of a deadlock with a thread that takes them
+/// one by one, in whatever order. Fails as `StoppableLock::lock` does.
 class SCOPED_CAPABILITY BothLocks {
 public:
     BothLocks(StoppableLock& acquisitionLock, platform::Mutex& callbackMutex) ACQUIRE(acquisitionLock, callbackMutex);
@@ -93,4 +85,16 @@ public:
 private:
     StoppableLock& acquisition;
     platform::Mutex& callback;
+};
+
+/// Sets a flag for a scope.
+class RaisedFlag {
+public:
+    explicit RaisedFlag(std::atomic<bool>& toRaise) : flag(toRaise) { flag = true; }
+    ~RaisedFlag() { flag = false; }
+    RaisedFlag(const RaisedFlag&) = delete;
+    RaisedFlag& operator=(const RaisedFlag&) = delete;
+
+private:
+    std::atomic<bool>& flag;
 };

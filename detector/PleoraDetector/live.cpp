@@ -60,7 +60,8 @@ void PleoraDetector::joinLiveThread() {
 }
 
 void PleoraDetector::endLiveThread() {
-    stopping = true;  // so that the thread doesn't wait for the lock, whoever holds it
+    stopping = true;  // so that the thread doesn't wait for the lock
+    callbackLoop->wake();
     stopRequested = true;
     joinLiveThread();
 }
@@ -69,11 +70,8 @@ void PleoraDetector::GoUnLive() {
     CheckConnected();
     const StoppableGuard lock(acquisitionLock);
     if (!live) return;
-    struct Stopping {
-        std::atomic<bool>& flag;
-        explicit Stopping(std::atomic<bool>& toRaise) : flag(toRaise) { flag = true; }
-        ~Stopping() { flag = false; }
-    } const stoppingNow(stopping);
+    const RaisedFlag stoppingNow(stopping);
+    callbackLoop->wake();
     StopCallbackThread();
     stopRequested = true;
     joinLiveThread();
@@ -88,7 +86,7 @@ std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
         explicit Held(StoppableLock& toHold) : lock(toHold) {}
         /// `GoUnLive` holds the lock while it joins this thread: it covers what is done here then.
         void takeUnless(const std::atomic<bool>& stopping) NO_THREAD_SAFETY_ANALYSIS {
-            if (!held) held = lock.lockUnless([&] { return stopping.load(); });
+            if (!held) held = lock.lockUnless(stopping);
         }
         ~Held() NO_THREAD_SAFETY_ANALYSIS {
             if (held) lock.unlock();

@@ -1,6 +1,5 @@
 #include <spdlog/spdlog.h>
 
-#include <chrono>
 #include <string_view>
 #include <system_error>
 
@@ -96,6 +95,7 @@ void baseDetector::StopCallbackThread() {
         if (wasRunning) {
             getQorLogger()->info("CALLBACK: Stopping callback thread");
             callbackRunning = false;
+            callbackLoop->wake();
         }
         if (callbackLoop->onThisThread()) {
             if (!wasRunning) return;
@@ -115,6 +115,7 @@ void baseDetector::releaseCallbackThread() {
     }
     const platform::MutexLock lock(callbackMutex);
     callbackRunning = false;
+    callbackLoop->wake();
     callbackLoop->abandoned = true;
     callbackLoop->thread = std::thread::id();  // nobody joins this thread any more: it may wait for locks as others do
     if (callbackThread != nullptr) callbackThread->detach();

@@ -56,11 +56,7 @@ void baseDetector::openWith(const std::function<void(char*)>& openTransport, boo
                 "The connection to the board is already open! Please close the connection before attempting to "
                 "re-open!",
                 DerrBadRequest, here);
-        struct Opening {
-            std::atomic<bool>& flag;
-            explicit Opening(std::atomic<bool>& toRaise) : flag(toRaise) { flag = true; }
-            ~Opening() { flag = false; }
-        } const openingNow(opening);
+        const RaisedFlag openingNow(opening);
 
         std::array<char, 50> text{};
         fmt::format_to_n(text.data(), text.size() - 1, "-DM 0x{}", unit);

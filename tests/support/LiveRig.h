@@ -102,6 +102,7 @@ public:
     /// Takes one frame with a callback in a run of its own.
     void expectNextRunCalls() {
         feed->dropFrames();
+        failureOf([&] { detector->WaitImage(0); });  // consumes the signal of an earlier run
         const int before = count;
         ASSERT_NO_THROW(detector->GoLiveSeq(0, 3, 1));
         giveToCallback();

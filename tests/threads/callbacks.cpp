@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <thread>
 
 #include "detector/xclib_real.h"
 #include "support/LiveRig.h"
@@ -167,6 +168,27 @@ TEST_P(Callback, ThreadAsksOnceWhetherTheRunIsLiveAndAFailureOfTheQuestionKeepsN
     ASSERT_TRUE(kept);
     EXPECT_THAT(kept->what(), testing::HasSubstr("no answer"));
     EXPECT_NO_THROW(detector.StopCallback());
+}
+
+TEST_P(Callback, GetsItsShareOfFramesThatAnotherThreadWaitsForInALoop) {
+    constexpr int frames = 60;
+    std::atomic<int> waited{0};
+    std::atomic<bool> done{false};
+    rig.installCallback();
+    detector.GoLiveSeq();
+    std::thread greedy([&] {
+        while (!done)
+            if (!failureOf([&] { detector.WaitImage(20); })) ++waited;
+    });
+    for (int frame = 1; frame <= frames; ++frame) {
+        feed.give(1);
+        until([&] { return waited + rig.count >= frame; });
+    }
+    done = true;
+    greedy.join();
+    detector.GoUnLive();
+    EXPECT_GE(rig.count, frames / 5);
+    EXPECT_GE(waited, frames / 5);
 }
 
 INSTANTIATE_TEST_SUITE_P(On, Callback, support::onBothTransports, support::transportName);
