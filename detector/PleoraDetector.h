@@ -141,6 +141,7 @@ private:
     bool copyIntoRing(int buffer, const std::uint8_t* source, std::uint64_t generation);
     void* ringBlock(int buffer, std::int64_t bytes) REQUIRES_SHARED(ringGate);
 
-    std::atomic<bool> tornDown{false};   ///< by a close whose very last step failed: its repetition finds nothing left
-    std::atomic<bool> broughtUp{false};  ///< an `OpenBrd` has begun: eBUS objects may exist
+    /// An `OpenBrd` has begun, and no failure or close has released what it made. A close that finds it clear has
+    /// nothing to close: its last step failed before, or a reconnection did.
+    std::atomic<bool> broughtUp{false};
 };

@@ -269,7 +269,7 @@ public:
 
 protected:
     /// A transport's `ReadBuffer` calls this before it copies `frameBytes` to `target`. If `target` is the plane of an
-    /// image that this thread is reading into, throws DerrBadRequest (4) unless the frame fills the plane: another
+    /// image that this thread is reading into, throws DerrBadRequest (4) if the frame is larger than the plane: another
     /// thread may have changed the frame size since the image was measured.
     static void checkPlane(const void* target, std::int64_t frameBytes);
 

@@ -106,7 +106,7 @@ void EpixDetector::connect(const char* text) {
 }
 
 void EpixDetector::loadFormat(const VideoFormat& format, const char* function) {
-    if (const int units = maskOfUnits(pxe_infoUnits(xcState))) pxe_goAbortLive(xcState, units);
+    pxe_goAbortLive(xcState, maskOfUnits(pxe_infoUnits(xcState)));
     const int result = loadIntoGrabber(xcState, format.root());
     if (result < 0) failWith(result, "Problem Loading FMT file!", function);
 }
@@ -146,8 +146,11 @@ void EpixDetector::tearDown(RunStep&& runStep) {
     runStep([this] {
         if (IsLive()) GoUnLive();
     });
-    // A run that ended without `GoUnLive` leaves a callback thread that may still wait for the event.
-    runStep([this] { StopCallbackThread(); });
+    // A run that ended without `GoUnLive` leaves a callback thread that may still wait for the event, or make this
+    // call.
+    runStep([this] {
+        if (!callbackLoop->onThisThread()) StopCallbackThread();
+    });
     commsOpen = false;
     runStep([this] {
         if (handleOpen) CloseDetectorHandle();

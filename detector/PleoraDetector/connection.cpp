@@ -94,7 +94,7 @@ void PleoraDetector::bringUp() {
 void PleoraDetector::buildRing(std::int64_t blockBytes) {
     const platform::ExclusiveLock gate(ringGate);
     ++ringGeneration;
-    payloadSize = frameSize = pipelineSize = 0;  // nothing may be copied until the sizes are known
+    frameSize = pipelineSize = 0;  // nothing may be copied until the sizes are known
     frameBuffers.reset();
     frameBuffers = std::make_shared<RAIIBuffer>(numBuffers, blockBytesFor(blockBytes));
 }
@@ -106,8 +106,8 @@ void PleoraDetector::releaseConnection() {
         pleoraLib->Stream_Close();
         pleoraLib->Dev_Disconnect();
     });
-    pleoraLib->deinit();
     frameHeld = broughtUp = false;  // gone with the eBUS objects
+    pleoraLib->deinit();
 }
 
 void* PleoraDetector::CreateDetectorHandle() {
@@ -137,8 +137,9 @@ void PleoraDetector::CloseBrd() {
     const StoppableGuard lock(acquisitionLock);
     if (IsLive()) GoUnLive();
     joinLiveThread();
-    StopCallbackThread();  // one that ended by itself may still be in its last callback
-    if (!tornDown) {
+    // A thread that ended by itself may still be in its last callback, which may make this call.
+    if (!callbackLoop->onThisThread()) StopCallbackThread();
+    if (broughtUp) {
         disableGeneratorOrLetItGo();
         if (pleoraLib->IP_IsOpened()) closed(pleoraLib->IP_Close());
         if (pleoraLib->Pipeline_IsStarted()) closed(pleoraLib->Pipeline_Stop());
@@ -147,10 +148,8 @@ void PleoraDetector::CloseBrd() {
     }
     commsOpen = false;
     if (handleOpen) CloseDetectorHandle();
-    frameHeld = false;  // gone with the eBUS objects
-    tornDown = true;
+    frameHeld = broughtUp = false;  // gone with the eBUS objects
     pleoraLib->deinit();
-    tornDown = broughtUp = false;
 }
 
 /// A device that is gone can't be told, and must not keep the board from being closed; the next open wires it anew.
@@ -184,11 +183,6 @@ void PleoraDetector::SetPersistentIPAddress(int first, int second, int third, in
                here);
         expect(Test::IsOK, pleoraLib->Dev_SetIntegerValue("GevPersistentIPAddress", address), message, here);
         CloseBrd();
-        try {
-            OpenBrd(boardText.data());
-        } catch (...) {
-            connected = false;  // so that the object can be opened again
-            throw;
-        }
+        OpenBrd(boardText.data());
     });
 }

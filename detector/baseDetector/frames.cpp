@@ -142,7 +142,7 @@ void baseDetector::ReadBuffer(int buffer, QorImage& image, int plane) {
 }
 
 void baseDetector::checkPlane(const void* target, std::int64_t frameBytes) {
-    if (target == planeBeingRead.address && frameBytes != planeBeingRead.bytes)
+    if (target == planeBeingRead.address && frameBytes > planeBeingRead.bytes)
         fail(wrongDimensionsText, DerrBadRequest, "baseDetector::ReadBuffer");
 }
 

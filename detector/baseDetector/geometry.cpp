@@ -79,7 +79,8 @@ std::optional<std::int64_t> baseDetector::cachedFrameBytes() const {
     const std::optional<ROIArea> region = cachedROIArea.get();
     // Only detectors with regions have this cached.
     const bool regionEnabled = cachedROIEnabled.get().value_or(false);
-    if (!model || !binning || !region || findBinning(*binning) == nullptr) return std::nullopt;
+    if (!model || !binning || !region) return std::nullopt;
+    if (findPanel(*model) == nullptr || findBinning(*binning) == nullptr) return std::nullopt;
     const SensorDesc desc = describeSensor(*model, *binning, regionEnabled, *region);
     return bytesPerPixel * desc.bufferWidth * desc.bufferHeight;
 }

@@ -197,8 +197,9 @@ TEST_F(GigeConnection, PersistentAddressIsWrittenAndTheBoardReconnected) {
     detector.OpenBoard();
     pleora->failing = "Dev_Connect 10.0.0.2";
     expectFailure([&] { detector.SetPersistentIPAddress(1, 2, 3, 4); }, openText, DerrTransport, 5);
-    EXPECT_FALSE(detector.IsConnected());
+    EXPECT_TRUE(detector.IsConnected());
     pleora->failing.clear();
+    EXPECT_NO_THROW(detector.CloseBoard());
     EXPECT_NO_THROW(detector.OpenBoard());
 }
 
@@ -269,15 +270,16 @@ TEST_F(GigeConnection, PipelineThatDoesNotStopIsReadOnlyAsFarAsItsBuffersReach) 
     EXPECT_EQ(frame[384 * 216 * 2], 0);
 }
 
-TEST_F(GigeConnection, ImageMeasuredBeforeASizeChangeIsRefused) {
+TEST_F(GigeConnection, FrameThatGrewSinceTheImageWasMeasuredIsRefused) {
     detector.OpenBoard();
-    for (const bins next : {Bin2x2, Bin1x1}) {
-        QorImage image;
-        detector.meanwhile = [&] { detector.SetBinningMode(next); };
-        expectFailure([&] { core.ReadBuffer(0, image, 0); }, "Dimensions of image are not correct or supported!",
-                      DerrBadRequest);
-        EXPECT_EQ(static_cast<const std::uint16_t*>(image.GetDataPointerToPlane(0))[0], 0);
-    }
+    QorImage smaller;
+    detector.meanwhile = [&] { detector.SetBinningMode(Bin2x2); };
+    EXPECT_NO_THROW(core.ReadBuffer(0, smaller, 0)) << "it fits";
+    QorImage larger;
+    detector.meanwhile = [&] { detector.SetBinningMode(Bin1x1); };
+    expectFailure([&] { core.ReadBuffer(0, larger, 0); }, "Dimensions of image are not correct or supported!",
+                  DerrBadRequest);
+    EXPECT_EQ(static_cast<const std::uint16_t*>(larger.GetDataPointerToPlane(0))[0], 0);
 }
 
 TEST_F(GigeConnection, ReadBufferAsksTheDetectorNothing) {

@@ -334,6 +334,7 @@ TEST_P(Stop, OfALimitedRunMeetsWhatChangesTheAcquisition) {
         }
         detector.DisablePulseGenerator();
         rig.expectNextRunWorks();
+        failureOf([&] { detector.WaitImage(0); });  // consumes the signal of that run
     }
     EXPECT_NO_THROW(detector.CheckForCallbackError());
     EXPECT_LE(rig.count, 60);
