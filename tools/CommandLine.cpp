@@ -46,7 +46,8 @@ CommandLine::CommandLine() {
         ->group("");  // for the build
     app.footer(
         "Exit status: 0 success; 1 a call or file failed; 2 bad command line; 3 frames were lost (live); 130 ended by "
-        "Ctrl-C (live, pulse run, temperature --watch, selftest).");
+        "Ctrl-C, SIGTERM or SIGHUP (snap, live, pulse run, temperature --watch, selftest; power, config load and "
+        "firmware upload finish first).");
     addShow();
     addFrames();
     addSettings();
@@ -149,6 +150,10 @@ void CommandLine::addFrames() {
     addPicture(*snapCommand);
     addDestination(*snapCommand);
     addPreparation(*snapCommand);
+    snapCommand->footer(
+        "After Ctrl-C, SIGTERM or SIGHUP the frame in progress is the last one: snap ends when it has come, or after "
+        "its\ntime-out, keeps the frames and exits with 130. A second Ctrl-C or SIGTERM ends it immediately, without a "
+        "file.");
 
     CLI::App* const liveCommand = addCommand(app, "live", "Take the frames of a live run and write them as they come",
                                              [this](Output& told) { return doLive(told); });
@@ -162,7 +167,8 @@ void CommandLine::addFrames() {
         "The closing line tells the frames exposed (simulated detectors only), delivered into the library's ring and\n"
         "skipped, that is overwritten there before they could be read, and the rate of delivery.\n"
         "Lost frames make the exit status 3; standard error tells why they were lost.\n"
-        "Ctrl-C ends the run, keeps the frames that came before it and exits with 130; a second one kills.");
+        "Ctrl-C, SIGTERM or SIGHUP ends the run, keeps the frames that came before it and exits with 130; a second "
+        "Ctrl-C or\nSIGTERM ends it immediately, without a file.");
 }
 
 void CommandLine::addSettings() {
@@ -288,8 +294,7 @@ int CommandLine::checkedCount() const {
 int CommandLine::doSnap(Output& told) const {
     const int frames = checkedCount();
     const Destination files = parseDestination(destination);
-    snap({preparation(told), frames, files}, told);
-    return exitSuccess;
+    return snap({preparation(told), frames, files}, told);
 }
 
 int CommandLine::doLive(Output& told) const {

@@ -112,6 +112,7 @@ private:
     std::string networkAddress;
     bool checkOnly = false;
     bool yes = false;
+    bool force = false;
     bool dryRun = false;
     std::string serialCommand;
 };

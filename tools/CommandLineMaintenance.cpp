@@ -31,10 +31,11 @@ void CommandLine::addMaintenance() {
     CLI::App* const powerCommand = app.add_subcommand("power", "Switch the detector's power");
     powerCommand->require_subcommand(1);
     const auto addPower = [&](const char* name, const char* description, PowerAction action) {
-        addCommand(*powerCommand, name, description, [this, action](Output& told) {
-            power(preparation(told), action, told);
-            return exitSuccess;
-        });
+        addCommand(*powerCommand, name, description,
+                   [this, action](Output& told) { return power(preparation(told), action, told); })
+            ->footer(
+                "After Ctrl-C, SIGTERM or SIGHUP the switch is completed, of a reset also switching on; the exit "
+                "status is 130.\nA second Ctrl-C or SIGTERM ends it immediately, and the detector may be off then.");
     };
     addPower("on", "Switch it on; the detector comes up with its power-on settings", PowerAction::On);
     addPower("off", "Switch it off, on Kestrane electronics to low power", PowerAction::Off);
@@ -66,6 +67,9 @@ void CommandLine::addMaintenance() {
         });
     fileName(loadCommand->add_option("FILE", inputFile, "The file: one serial command a line")->required());
     loadCommand->add_flag("--check", checkOnly, "Send nothing; print FILE:LINE: reason for each line that is refused");
+    loadCommand->footer(
+        "After Ctrl-C, SIGTERM or SIGHUP the rest of the file is still sent, so that no detector is left half "
+        "configured; the\nexit status is 130. A second Ctrl-C or SIGTERM ends it immediately, between two commands.");
 
     CLI::App* const firmwareCommand = app.add_subcommand("firmware", "Firmware of the sensors' controllers");
     firmwareCommand->require_subcommand(1);
@@ -75,7 +79,13 @@ void CommandLine::addMaintenance() {
     fileName(uploadCommand->add_option("FILE", inputFile, "The firmware image")->required());
     sensorOptions.push_back(uploadCommand->add_option("--sensor", sensor, "The sensor, 0 to 9")->required());
     uploadCommand->add_flag("--yes", yes, "Do not ask before the erase");
-    uploadCommand->add_flag("--dry-run", dryRun, "Show what would be sent, and do nothing");
+    uploadCommand->add_flag("--force", force,
+                            "Allow a file of which no block would be written: the upload only erases then");
+    uploadCommand->add_flag("--dry-run", dryRun, "Show what would be sent, with checksums, and do nothing");
+    uploadCommand->footer(
+        "After Ctrl-C, SIGTERM or SIGHUP the upload is completed, or not begun; the exit status is 130. A second "
+        "Ctrl-C "
+        "or\nSIGTERM ends it immediately and leaves the sensor unusable until the next upload.");
 
     addRegisters();
 }
@@ -141,7 +151,7 @@ int CommandLine::doTemperature(Output& told) const {
 int CommandLine::doUpload(Output& told) const {
     checkRange("--sensor", sensor, 0, highestSensor);
     if (told.isJson && !yes && !dryRun) throw UsageError("--json: nothing can be asked then; add --yes or --dry-run");
-    return uploadFirmware({preparation(told), inputFile, sensor, yes, dryRun}, std::cin, told);
+    return uploadFirmware({preparation(told), inputFile, sensor, yes, force, dryRun}, std::cin, told);
 }
 
 }  // namespace tool

@@ -33,6 +33,7 @@ std::pair<std::string, int> createBeside(const std::string& path) {
 PartialFile::PartialFile(std::string pathToWrite) : path(std::move(pathToWrite)) {
     std::tie(temporaryPath, file) = createBeside(path);
     if (file < 0) fail(platform::systemErrorText(errno));
+    unfinished.emplace(temporaryPath);
 }
 
 PartialFile::~PartialFile() {

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
+
+#include "tools/UnfinishedName.h"
 
 namespace tool {
 
@@ -33,6 +36,7 @@ private:
     std::string path;
     std::string temporaryPath;
     int file = -1;
+    std::optional<UnfinishedName> unfinished;
     bool committed = false;
 };
 

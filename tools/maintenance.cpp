@@ -4,6 +4,7 @@
 #include <qrapi/QuorinDetectorGE.h>
 
 #include <array>
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <iomanip>
@@ -140,26 +141,39 @@ int temperature(const TemperatureRequest& request, Output& output) {
     return status;
 }
 
-void power(const Preparation& preparation, PowerAction action, Output& output) {
+int power(const Preparation& preparation, PowerAction action, Output& output) {
+    const std::string name = action == PowerAction::On    ? "power on"
+                             : action == PowerAction::Off ? "power off"
+                                                          : "power reset";
     QuorinDetector detector = makeDetector(preparation.detector);
-    openPrepared(detector, preparation);
-    switch (action) {
-        case PowerAction::On:
-            detector.PowerSwitch(true);
-            break;
-        case PowerAction::Off:
-            detector.PowerSwitch(false);
-            break;
-        case PowerAction::Reset:
+    std::atomic<bool> begun{false};
+    bool interrupted = false;
+    {
+        const Interrupt interrupt(output.errors(), [&] {
+            if (!begun) return "ending before " + name;
+            return "finishing " + name + "; a second Ctrl-C " +
+                   (action == PowerAction::Off ? "ends the program immediately" : "may leave the detector off");
+        });
+        openPrepared(detector, preparation);
+        begun = !interrupt.isRequested();
+        if (begun && action == PowerAction::Reset)
             detector.SoftReset();
-            break;
+        else if (begun)
+            detector.PowerSwitch(action == PowerAction::On);
+        interrupted = interrupt.isRequested();
     }
-    if (action == PowerAction::Off)
-        output.news() << "power off: the detector can't be opened again until its supply was cycled\n";
-    else
-        tellPowerOn(detector, output);
-    output.facts["power"] = action == PowerAction::Off ? "off" : "on";
+    if (begun) {
+        if (action == PowerAction::Off)
+            output.news() << "power off: the detector can't be opened again until its supply was cycled\n";
+        else
+            tellPowerOn(detector, output);
+        output.facts["power"] = action == PowerAction::Off ? "off" : "on";
+    }
     detector.CloseBoard();
+    output.facts["interrupted"] = interrupted;
+    if (!interrupted) return exitSuccess;
+    output.text() << "interrupted: " << name << (begun ? " is complete" : " was not begun") << "\n";
+    return exitInterrupted;
 }
 
 void powerInterface(const Preparation& preparation, bool on, Output& output) {

@@ -33,6 +33,7 @@ struct FirmwareRequest {
     std::string file;
     int sensor = 1;
     bool yes = false;     ///< erases without asking
+    bool force = false;   ///< also an image of which no block would be written
     bool dryRun = false;  ///< shows what would be done
 };
 
@@ -52,8 +53,9 @@ std::string unreadable(const std::string& file);
 /// Prints temperatures. Returns as `live` does.
 int temperature(const TemperatureRequest& request, Output& output);
 
-/// Switches the power and says what the detector made of it.
-void power(const Preparation& preparation, PowerAction action, Output& output);
+/// Switches the power and prints the detector's settings afterwards. After a signal the switch is completed, or not
+/// begun. Returns `exitSuccess` or `exitInterrupted`.
+int power(const Preparation& preparation, PowerAction action, Output& output);
 
 /// Switches a detector's Camera Link interface.
 void powerInterface(const Preparation& preparation, bool on, Output& output);
@@ -68,11 +70,13 @@ std::optional<NetworkAddress> parseNetworkAddress(std::string_view text);
 void setPersistentAddress(const Preparation& preparation, const NetworkAddress& address, Output& output);
 
 /// Looks at every line of a configuration file, and sends the file if all can be sent and it isn't only to be checked.
-/// Lines that would be refused are printed as FILE:LINE: reason; the answer is `exitFailedCall` then.
+/// Lines that would be refused are printed as FILE:LINE: reason; the result is `exitFailedCall` then. After a signal
+/// the whole file is sent, or nothing of it, and the result is `exitInterrupted`.
 int loadConfiguration(const ConfigRequest& request, Output& output);
 
-/// Shows what an upload will do, asks, and does it, with a progress bar on a terminal. A failure tells where
-/// it stopped, what the flash memory holds now and what to do.
+/// Shows what an upload will do, asks, and does it, with a progress bar on a terminal. Refuses a file of which nothing
+/// would be written. After a signal the upload is completed, or not begun, and the result is `exitInterrupted`. A
+/// failure reports where the upload stopped, what the flash memory holds now and what to do.
 int uploadFirmware(const FirmwareRequest& request, std::istream& in, Output& output);
 
 void readRegister(const RegisterRequest& request, Output& output);

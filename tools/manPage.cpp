@@ -113,7 +113,7 @@ constexpr const char* closing =
     ".TP\n1\nA call or a file failed, or a check of \\fBselftest\\fR or \\fBconfig load\\fR did.\n"
     ".TP\n2\nThe command line is wrong; nothing was done.\n"
     ".TP\n3\nA live run lost frames; the others are written.\n"
-    ".TP\n130\nEnded by Ctrl\\-C; what came before is kept.\n"
+    ".TP\n130\nEnded by Ctrl\\-C, SIGTERM or SIGHUP; what came before is kept.\n"
     ".SH ENVIRONMENT\n"
     ".TP\n\\fBNO_COLOR\\fR\nIf it is set and not empty, nothing is printed in colour. Colour goes to terminals only.\n"
     ".SH FILES\n"

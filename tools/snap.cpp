@@ -1,6 +1,7 @@
 #include <qrapi/QuorinDetector.h>
 
 #include <algorithm>
+#include <atomic>
 #include <iomanip>
 #include <numeric>
 #include <ostream>
@@ -8,8 +9,10 @@
 
 #include "platform/Clock.h"
 #include "tools/FrameFiles.h"
+#include "tools/Interrupt.h"
 #include "tools/commands.h"
 #include "tools/framePixels.h"
+#include "tools/run.h"
 
 namespace tool {
 namespace {
@@ -34,36 +37,67 @@ void printFrame(const RunFacts& facts, const Frame& frame, int count, Output& ou
                                       {"mean_value", mean}});
 }
 
+/// True for a `Snap` that no frame ended.
+bool isTimeout(const QuorinException& failure) {
+    constexpr int gigeTimedOut = 30;
+    constexpr int cameraLinkTimedOut = 258;
+    const int error = failure.GetTransportError();
+    return failure.GetCode() == DerrAcquisition && (error == gigeTimedOut || error == cameraLinkTimedOut);
+}
+
 }  // namespace
 
-void snap(const SnapRequest& request, Output& output) {
+int snap(const SnapRequest& request, Output& output) {
     QuorinDetector detector = makeDetector(request.preparation.detector);
+    std::atomic<int> awaited{0};  // the frame, from 1
+    int timeoutMs = 0;            // written before `awaited`
+    // A `Snap` that is cut short would expose again at the next one, so the frame in progress is awaited.
+    const Interrupt interrupt(output.errors(), [&]() -> std::string {
+        const int frame = awaited;
+        if (frame == 0) return "ending before the first frame";
+        return "ending after frame " + std::to_string(frame) + ", or if it does not come within " +
+               std::to_string(timeoutMs) + " ms; a second Ctrl-C ends the program without it";
+    });
     openPrepared(detector, request.preparation);
     tellShortest(detector, request.preparation, output);
-    const int timeoutMs = frameTimeoutMs(detector, request.preparation);
+    timeoutMs = frameTimeoutMs(detector, request.preparation);
     const RunFacts facts = beginRun(detector);
     const auto files = makeFrameFiles(request.output, facts, request.count);
     const int buffers = detector.GetNumBuffers();
     QorImage image;
-    for (int number = 0; number < request.count; ++number) {
-        const int buffer = number % buffers;
-        detector.Snap(buffer, timeoutMs);
+    int written = 0;
+    for (; written < request.count && !interrupt.isRequested(); ++written) {
+        const int buffer = written % buffers;
+        awaited = written + 1;
+        try {
+            detector.Snap(buffer, timeoutMs);
+        } catch (const QuorinException& missing) {
+            if (!interrupt.isRequested() || !isTimeout(missing)) throw;
+            break;
+        }
         detector.ReadBuffer(buffer, image, 0);
-        const Frame frame{number, detector.GetFieldCount(), buffer, platform::now() - facts.startedAt,
+        const Frame frame{written, detector.GetFieldCount(), buffer, platform::now() - facts.startedAt,
                           pixelsOf(image, facts)};
         files->write(frame);
         printFrame(facts, frame, request.count, output);
     }
     detector.CloseBoard();
-    files->commit();
-    output.facts["output"] = request.output.path;
-    output.news() << "wrote " << request.output.path;
-    const std::string note = files->note();
-    if (!note.empty()) {
-        output.facts["note"] = note;
-        output.news() << ", " << note;
+    const bool interrupted = interrupt.isRequested();
+    output.facts["output"] = nullptr;
+    if (written > 0) {
+        files->commit();
+        output.facts["output"] = request.output.path;
+        output.news() << "wrote " << request.output.path;
+        const std::string note = files->note();
+        if (!note.empty()) {
+            output.facts["note"] = note;
+            output.news() << ", " << note;
+        }
+        output.news() << "\n";
     }
-    output.news() << "\n";
+    output.facts["interrupted"] = interrupted;
+    if (interrupted) output.text() << "interrupted\n";
+    return interrupted ? exitInterrupted : exitSuccess;
 }
 
 }  // namespace tool

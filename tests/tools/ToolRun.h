@@ -18,13 +18,14 @@ struct ToolRun {
     std::string err;
 };
 
-inline ToolRun runTool(const std::vector<std::string>& arguments) {
+/// @param errors  takes the standard error, as the caller's own buffer if it needs one
+inline ToolRun runTool(const std::vector<std::string>& arguments, std::stringbuf&& errors = std::stringbuf()) {
     std::vector<const char*> argv{"qrapi"};
     for (const std::string& argument : arguments) argv.push_back(argument.c_str());
     std::ostringstream out;
-    std::ostringstream err;
+    std::ostream err(&errors);
     const int status = tool::run(static_cast<int>(argv.size()), argv.data(), out, err);
-    return {status, out.str(), err.str()};
+    return {status, out.str(), errors.str()};
 }
 
 /// The simulated detector of a profile, made to expose by trigger alone: each snap takes exactly one frame of it.

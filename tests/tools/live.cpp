@@ -6,6 +6,7 @@
 
 #include "support/Watchdog.h"
 #include "tests/tools/FramesFolder.h"
+#include "tests/tools/Signals.h"
 #include "tests/tools/ToolRun.h"
 #include "tools/RingReader.h"
 
@@ -74,17 +75,19 @@ INSTANTIATE_TEST_SUITE_P(
                     Recorded{"5101", 5, {"--set", "trigger_source=bits_5_and_6", "--exposure", "20", "--pulse", "30"}}),
     [](const auto& run) { return "Run" + std::to_string(run.index); });
 
-class ToolLiveInterrupted : public ToolLive, public testing::WithParamInterface<const char*> {};
+class ToolLiveInterrupted : public ToolLive, public testing::WithParamInterface<std::pair<const char*, int>> {
+    const DefaultSignals signals;
+};
 
 TEST_P(ToolLiveInterrupted, KeepsTheFramesThatCameBefore) {
     constexpr int longerThanAnybodyWaits = 100000;
-    auto* const handlerBefore = std::signal(SIGINT, SIG_DFL);
-    std::thread user([] {
+    const int signal = GetParam().second;
+    std::thread user([signal] {
         support::until([] { return simulator::Rack::instance().find("sim:5101")->ledger().delivered >= 4; });
-        std::raise(SIGINT);
+        std::raise(signal);
     });
     std::vector<std::string> options{"--set", "binning=4x4", "--exposure", "20"};
-    if (std::string_view(GetParam()) == "callback") options.emplace_back("--callback");
+    if (std::string_view(GetParam().first) == "callback") options.emplace_back("--callback");
     const ToolRun run = live("5101", longerThanAnybodyWaits, options);
     user.join();
     EXPECT_EQ(run.status, 130) << run.err;
@@ -94,11 +97,13 @@ TEST_P(ToolLiveInterrupted, KeepsTheFramesThatCameBefore) {
     EXPECT_LT(pages.size(), 1000U);
     expectPattern(pages, simulator::Rack::instance().find("sim:5101")->profile());
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
-    EXPECT_EQ(std::signal(SIGINT, handlerBefore), SIG_DFL) << "the handler from before is back";
+    EXPECT_EQ(std::signal(signal, SIG_DFL), SIG_DFL) << "the previous handler is restored";
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, ToolLiveInterrupted, testing::Values("waiting", "callback"),
-                         [](const auto& way) { return std::string(way.param); });
+INSTANTIATE_TEST_SUITE_P(Ways, ToolLiveInterrupted,
+                         testing::Values(std::pair("waiting", SIGINT), std::pair("callback", SIGTERM),
+                                         std::pair("waiting", SIGHUP)),
+                         [](const auto& way) { return way.param.first + std::to_string(way.param.second); });
 
 TEST_F(ToolLive, AFailedFrameOrAFullDiskEndsTheRunAndLeavesNoFile) {
     for (const std::vector<std::string>& way : {std::vector<std::string>{}, {"--callback"}}) {

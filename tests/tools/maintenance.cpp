@@ -5,16 +5,20 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <random>
 #include <sstream>
+#include <utility>
 
 #include "platform/VirtualClock.h"
 #include "simulator/Rack.h"
+#include "tests/tools/Signals.h"
 #include "tests/tools/ToolRun.h"
 
 namespace fs = std::filesystem;
 using simulator::Fault;
+using std::chrono::seconds;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -45,6 +49,7 @@ protected:
         return simulator::Rack::instance().find("sim:6112-kestrane");
     }
     platform::ScopedVirtualClock clock;
+    const DefaultSignals signals;
     const fs::path folder = fs::temp_directory_path() / ("qrapi-maintenance-" + std::to_string(getpid()));
 };
 
@@ -96,6 +101,88 @@ TEST_F(MaintenanceCommands, UploadAsksBeforeTheErase) {
     EXPECT_TRUE(hardware()->flashContent(1).empty());
     EXPECT_EQ(runTool({"firmware", "upload", name, "--sensor", "10", "--yes"}).status, 2);
     EXPECT_EQ(runTool({"firmware", "upload", "/nonexistent", "--sensor", "1", "--yes"}).status, 1);
+}
+
+TEST_F(MaintenanceCommands, AnImageThatCannotBeWrittenIsRefusedUnlessAnEraseIsForced) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"", "the file is empty"},
+        {image().substr(0, 1023), "the file has 1023 bytes, less than one block of 1024"},
+        {std::string(2048, '\xFF') + "tail", "no block of 1024 bytes holds anything but 255"},
+        {std::string(16384 * 1024, '\xFF') + image().substr(0, 1024), "16385 blocks are too many: at most 16384"},
+    };
+    for (const auto& [content, reason] : cases) {
+        SCOPED_TRACE(reason);
+        const std::string name = file("useless.bin", content);
+        for (const char* way : {"--yes", "--dry-run"}) {
+            const ToolRun refused = runTool({"-d", "ge:nowhere", "firmware", "upload", name, "--sensor", "2", way});
+            EXPECT_EQ(refused.status, 1);
+            EXPECT_THAT(refused.err, HasSubstr(name + ": " + reason)) << "before the detector is opened";
+        }
+        const bool isErase = content.size() < 16384;
+        EXPECT_EQ(runTool({"firmware", "upload", name, "--sensor", "2", "--yes", "--force"}).status, isErase ? 0 : 1);
+    }
+    EXPECT_THAT(runTool({"firmware", "upload", "/dev/null", "--sensor", "2"}).err, HasSubstr("not a regular file"));
+
+    const std::string name = file("image.bin", image());
+    actWhen([] { return true; }, [&] { file("image.bin", ""); });
+    EXPECT_THAT(runTool({"firmware", "upload", name, "--sensor", "2", "--yes"}).err, HasSubstr("nothing was erased"));
+}
+
+TEST_F(MaintenanceCommands, AnImageIsDescribedByItsChecksumAndRecognisedAsText) {
+    const std::string hex = ":10010000214601360121470136007EFE09D2190140\r\n";
+    const std::pair<std::string, bool> cases[] = {
+        {"123456789", true}, {hex + "K\xC3\xB6ln", true}, {hex + '\0', false}, {std::string(2048, '\xAA'), false}};
+    for (const auto& [content, isText] : cases) {
+        const std::string name = file("perhaps.hex", content);
+        const ToolRun dry = runTool({"firmware", "upload", name, "--sensor", "1", "--dry-run", "--force"});
+        EXPECT_EQ(dry.err.find("warning: " + name + " looks like text") != std::string::npos, isText) << content;
+        EXPECT_EQ(dry.out.find("CRC-32 of the file 0xCBF43926,") != std::string::npos, content == "123456789");
+    }
+}
+
+TEST_F(MaintenanceCommands, ASignalIsReportedImmediatelyAndObeyedWhereItIsSafe) {
+    const std::vector<std::string> upload{"firmware", "upload", "", "--sensor", "2", "--yes"};
+    const std::vector<std::string> reset{"power", "reset"};
+    const std::vector<std::string> load{"config", "load", file("panel.cfg", "W000300004\nW000300004\nW001700005\n")};
+    const auto blocks = [this] { return hardware()->flashContent(2).size() / 1024; };
+    const auto exposures = [this] { return hardware()->readRegister(simulator::reg::exposureCount); };
+    platform::Time start{};
+    const auto after = [&](seconds time) { return [&, time] { return clock.now() > start + time; }; };
+    const auto inTheOpen = [] { return true; };
+    const struct {
+        std::vector<std::string> line;
+        int signal;
+        std::function<bool()> when;
+        const char* notice;
+        std::function<bool()> isSafe;
+    } cases[] = {
+        {upload, SIGINT, inTheOpen, "ending before anything is erased", [&] { return blocks() == 0; }},
+        {upload, SIGTERM, after(seconds(2)), "finishing the upload: the erase and 10", [&] { return blocks() == 10; }},
+        {upload, SIGHUP, [&] { return blocks() == 3; }, "block 3 of 10; a second", [&] { return blocks() == 10; }},
+        {reset, SIGTERM, inTheOpen, "ending before power reset", [&] { return exposures() == 12; }},
+        {reset, SIGINT, after(seconds(3)), "finishing power reset", [&] { return exposures() == 1; }},
+        {load, SIGHUP, inTheOpen, "ending before the first command", [&] { return exposures() == 12; }},
+        {load, SIGTERM, [&] { return hardware()->readRegister(3) == 4; }, "finishing",
+         [&] { return exposures() == 5; }},
+    };
+    for (auto test : cases) {
+        SCOPED_TRACE(test.notice);
+        simulator::Rack::instance().reset();
+        hardware()->writeRegister(simulator::reg::exposureCount, 12);
+        hardware()->setWireSpeed(115200);
+        if (test.line.size() > 3) test.line[2] = file("image.bin", image().substr(0, 10 * 1024));
+        start = clock.now();
+        FlushedErrors errors;
+        actWhen(test.when, [&] {
+            // `timeout` sends its signal twice, and what reads the output may end by it.
+            for (const int signal : {test.signal, test.signal, SIGPIPE}) std::raise(signal);
+            EXPECT_TRUE(errors.waitForLine());
+        });
+        const ToolRun run = runTool(test.line, std::move(errors));
+        EXPECT_EQ(run.status, 130) << run.err;
+        EXPECT_THAT(run.err, HasSubstr(test.notice));
+        EXPECT_TRUE(test.isSafe());
+    }
 }
 
 TEST_F(MaintenanceCommands, ConfigurationIsCheckedLineByLineBeforeAnythingIsSent) {

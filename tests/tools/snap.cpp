@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <fstream>
 
+#include "platform/VirtualClock.h"
 #include "tests/tools/FramesFolder.h"
+#include "tests/tools/Signals.h"
 #include "tests/tools/ToolRun.h"
 
 using simulator::Fault;
@@ -103,6 +105,68 @@ TEST_F(ToolSnap, LeavesNoFileWhenTheDiskIsFull) {
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.err, HasSubstr("error: cannot write " + output));
     EXPECT_TRUE(fs::is_empty(folder));
+}
+
+/// Ten frames on the virtual clock, of a detector that exposes by the snap's trigger.
+class ToolSnapInterrupted : public FramesFolder {
+protected:
+    ToolRun snap(const char* address = "ge:sim:5101", FlushedErrors&& errors = {}) const {
+        return runTool({"-d", address, "snap", "--exposure", "40", "--count", "10", "--output", output},
+                       std::move(errors));
+    }
+
+    platform::ScopedVirtualClock clock;
+    const DefaultSignals signals;
+};
+
+TEST_F(ToolSnapInterrupted, EndsAfterTheFrameOrTheTimeoutAndKeepsTheFrames) {
+    const struct {
+        int signal;
+        std::uint64_t exposed;  ///< when the signal comes
+        int lost;               ///< the first frame that doesn't come
+        const char* notice;
+        std::size_t kept;
+    } cases[] = {{SIGINT, 0, 11, "ending before the first frame", 0},
+                 {SIGTERM, 1, 11, "ending after frame 2, or", 2},
+                 {SIGHUP, 3, 3, "ending after frame 3, or", 2}};
+    for (const char* address : {"ge:sim:5101", "cl:0"})
+        for (const auto& test : cases) {
+            SCOPED_TRACE(std::string(address) + ": " + test.notice);
+            simulator::Rack::instance().reset();
+            std::ofstream(output) << "older";
+            const auto detector = triggeredDetector("5101");
+            simulator::Rack::instance().mountSlot(0, detector);
+            detector->faults().set(Fault::LostFrame, {test.lost, true});
+            FlushedErrors errors;
+            const auto isTime = [&] { return detector->ledger().exposed == test.exposed; };
+            actWhen(isTime, [&] { EXPECT_TRUE(std::raise(test.signal) == 0 && errors.waitForLine()); });
+            const ToolRun run = snap(address, std::move(errors));
+            EXPECT_EQ(run.status, 130) << run.err;
+            EXPECT_THAT(run.err, HasSubstr(test.notice));
+            EXPECT_EQ(readPages(output).size(), test.kept);
+            EXPECT_EQ(fs::file_size(output) == 5, test.kept == 0) << "without a frame the older file stays";
+            EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
+        }
+}
+
+TEST_F(ToolSnapInterrupted, ASecondSignalButNoHangUpEndsItWithoutATemporaryFile) {
+    triggeredDetector("5101")->faults().set(Fault::LostFrame, {2, true});
+    const auto killed = [&] {
+        for (const auto& [second, signal] : {std::pair(1, SIGTERM), {2, SIGHUP}, {3, SIGINT}})
+            platform::schedule(clock.now() + std::chrono::seconds(second), [signal = signal] { std::raise(signal); });
+        snap();
+    };
+    EXPECT_EXIT(killed(), testing::KilledBySignal(SIGINT), "");
+    EXPECT_TRUE(fs::is_empty(folder));
+}
+
+TEST_F(ToolSnapInterrupted, ASignalThatWasIgnoredStaysIgnored) {
+    std::signal(SIGHUP, SIG_IGN);
+    const auto detector = triggeredDetector("5101");
+    actWhen([&] { return detector->ledger().exposed == 1; }, [] { std::raise(SIGHUP); });
+    EXPECT_EQ(snap().status, 0);
+    EXPECT_EQ(readPages(output).size(), 10U);
+    EXPECT_EQ(std::signal(SIGHUP, SIG_DFL), SIG_IGN);
 }
 
 }  // namespace
