@@ -190,6 +190,19 @@ void waitForRun(QuorinDetector& detector) {
 }
 
 /// While the detector runs free, as nobody may send it edges.
+/// Consumes the signal of the last frame of a run. On Camera Link the next `Snap` would take it for its own, and a wait
+/// that got a frame less than 50 ms ago would end it as well.
+void consumeSignal(QuorinDetector& detector) {
+    constexpr std::chrono::milliseconds sharedFrame{60};
+    if (detector.GetTransportMethod() != TransportCL) return;
+    try {
+        detector.WaitImage(0);
+    } catch (const QuorinException&) {
+        return;  // no signal is left
+    }
+    platform::sleepFor(sharedFrame);
+}
+
 StepResult takeLive(QuorinDetector& detector) {
     const ExposureTriggerSource source = detector.GetTriggerSource();
     return withRestore(
@@ -203,6 +216,7 @@ StepResult takeLive(QuorinDetector& detector) {
             const std::chrono::duration<double> taken = platform::now() - start;
             detector.GoUnLive();
             detector.CheckForLiveError();
+            consumeSignal(detector);
             const int frames = detector.GetFieldCount() - fieldsBefore;
             if (frames < liveFrames)
                 failStep(std::to_string(frames) + " of " + std::to_string(liveFrames) + " frames came");
