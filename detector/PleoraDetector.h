@@ -141,7 +141,7 @@ private:
     bool copyIntoRing(int buffer, const std::uint8_t* source, std::uint64_t generation);
     void* ringBlock(int buffer, std::int64_t bytes) REQUIRES_SHARED(ringGate);
 
-    /// An `OpenBrd` has begun, and no failure or close has released what it made. A close that finds it clear has
-    /// nothing to close: its last step failed before, or a reconnection did.
+    /// The eBUS objects exist. A close that finds none has nothing to close: an earlier one failed at its last step, or a
+    /// reconnection failed.
     std::atomic<bool> broughtUp{false};
 };

@@ -50,7 +50,6 @@ void PleoraDetector::OpenBrd(char* text, int bufferCount) {
 void PleoraDetector::OpenBrd(char* /*text*/) {
     layer("PleoraDetector::OpenBrd", [&] {
         if (broughtUp && !connected) releaseConnection();  // kept by an open that failed
-        broughtUp = true;
         try {
             bringUp();
         } catch (const QuorinException&) {
@@ -66,6 +65,7 @@ void PleoraDetector::bringUp() {
         expect(Test::IsOK, result, message, here, DerrTransport, line, __FILE__);
     };
     pleoraLib->init();
+    broughtUp = true;
     required(pleoraLib->Dev_Connect(deviceAddress.c_str()), openProblem);
     required(pleoraLib->Stream_Open(deviceAddress.c_str()), openProblem);
     required(pleoraLib->Dev_NegotiatePacketSize(), configureProblem);
