@@ -272,9 +272,10 @@ void Application::changeSetting() {
 
 void Application::changeTo(const SettingCall& call, int value) {
     if (call.setting == Setting::Binning || call.setting == Setting::RegionOn) letFramesPass();
-    if (call.setting == Setting::Binning && !disturbance.inForce() && sizeKnown() && captured && *captured < places() &&
-        model.binningCode(value) != 0)
-        return refuseBinning(value);
+    // Kestrane electronics take any binning; it fails once the registers are written.
+    const bool isRefused =
+        call.setting == Setting::Binning && sizeKnown() && !model.isKestrane() && model.binningCode(value) != 0;
+    if (isRefused && !disturbance.inForce() && captured && *captured < places()) return refuseBinning(value);
     const bool returned = change(
         call.setting, named("Set", call.name, std::to_string(value)), [&] { call.set(*detector, value); },
         [&] { return model.set(call.setting, value); });
