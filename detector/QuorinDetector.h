@@ -23,6 +23,9 @@ class baseDetector;
 /// Any thread may call. One exchange on the serial channel, the waits for frames and the changes of the acquisition
 /// state are ordered by the library; the application keeps `OpenBoard`, `CloseBoard`, settings and destruction apart.
 ///
+/// A live error on GigE and a callback error stay with the object, over `CloseBoard` and `OpenBoard` too. After one of
+/// them, end the run, destroy the object and open a new one.
+///
 /// Errors that any operation on an open detector can meet: 4 bad argument or moved-from object, 5 not open, or a call
 /// to the transport failed (`GetTransportError` has the vendor's status), 9 the detector did not answer within 1 s.
 ///
@@ -56,7 +59,9 @@ public:
 
     /// Connects, reads what the detector is and can do, and raises the exposure to its minimum if it lies below.
     /// Fails with code 4 if open already or for a model without a geometry or timing on this transport, with 5 for a
-    /// step of the connection, 8 or 9 if the exposure or readout time can't be told, 12 if the frame ring doesn't fit.
+    /// step of the connection, 8 or 9 if the exposure or readout time isn't known, 12 if the system refuses the memory
+    /// of the frame ring. A system that promises memory before it has it, as Linux does, refuses little: a ring larger
+    /// than the machine's memory can pass here and end the process when frames fill it.
     /// On Camera Link the ring is as many frames as the grabber holds, code 11 is a refused board or grabber setup, and
     /// a failure behind the grabber's own open leaves the board open: `IsConnected` is true, `CloseBoard` the way out.
     virtual void OpenBoard();
@@ -215,11 +220,12 @@ public:
     /// @{
 
     /// Takes one frame into the buffer and waits for it up to `timeoutMs` (-1: without end): it is there when the call
-    /// returns. Not during a live run. Fails with code 13 if no frame came (transport error 30 on GigE, 258 on Camera
-    /// Link) or a bad one, for a buffer outside the ring with 12 on GigE and 13 on Camera Link; with the live error if
-    /// there is one by then.
-    /// On GigE the frame's signal stays for the next `WaitImage`. On Camera Link it is taken; a frame that another wait
-    /// got less than 50 ms before counts for both kinds of wait, so leave as much between a `WaitImage` and a `Snap`.
+    /// returns. Not during a live run: on GigE the call isn't refused then and stops the acquisition, so the run gets
+    /// no further frame, reports no error and stays live until `GoUnLive`. Fails with code 13 if no frame came
+    /// (transport error 30 on GigE, 258 on Camera Link) or a bad one, for a buffer outside the ring with 12 on GigE and
+    /// 13 on Camera Link; with the live error if there is one by then. On GigE the frame's signal stays for the next
+    /// `WaitImage`. On Camera Link it is taken; a frame that another wait got less than 50 ms before counts for both
+    /// kinds of wait, so leave as much between a `WaitImage` and a `Snap`.
     void Snap(int buffer, int timeoutMs);
     /// Takes frames without end into the whole ring, over and over, until `GoUnLive`.
     void GoLiveSeq();
@@ -234,15 +240,17 @@ public:
     bool IsLive() const;  ///< true while a live run is in progress
     /// Sends one trigger edge by software.
     void SoftwareTrigger();
-    /// Throws the failure that ended a live run, at each call; on Camera Link the grabber's fault text, once. Returns
-    /// if there was none.
+    /// Throws the failure that ended a live run, on GigE at each call for the life of the object: neither another run
+    /// nor another open clears it, a new object has none. On Camera Link the grabber's fault text, once. Returns if
+    /// there was none.
     void CheckForLiveError() const;
     int GetCapturedBuffer() const;  ///< the buffer that holds the newest frame; on Camera Link -1 before the first
     /// Running count of frames: for the life of the object on GigE, where the first frame of a live run adds 2; from
     /// each open on Camera Link.
     int GetFieldCount() const;
     /// Waits for the next frame's signal and takes it: up to `timeoutMs`, 0 polls, -1 waits without end. Waits of one
-    /// detector run one after the other. Fails with code 13 (transport error 258: time-out), or with the live error.
+    /// detector run one after the other. Fails with code 13 (transport error 258: time-out), or with the live
+    /// error: on GigE that of any earlier run of the object, whenever no frame came.
     void WaitImage(int timeoutMs);
     int GetNumBuffers() const;           ///< buffers of the ring
     void ClearBuffers();                 ///< zeroes every buffer of the ring
@@ -274,8 +282,8 @@ public:
     /// Removes the function. Fails with code 4 if there is none, 17 while a run is live.
     void StopCallback();
     bool IsCallbackActive() const;  ///< true while a function is installed
-    /// Throws the last exception of the callback thread, be it the library's or the function's, at each call; returns
-    /// if there was none.
+    /// Throws the last exception of the callback thread, be it the library's or the function's, at each call for the
+    /// life of the object; returns if there was none.
     void CheckForCallbackError() const;
     /// @}
 

@@ -54,8 +54,8 @@ void Archive::add(const std::string& name, const std::string& content) {
     archive_entry_set_perm(entry.get(), readableByAll);
     archive_entry_set_mtime(entry.get(), written.st_mtime, 0);
     expect(archive_write_header(writer, entry.get()));
-    if (archive_write_data(writer, content.data(), content.size()) != static_cast<la_ssize_t>(content.size()))
-        failWriting(archive_error_string(writer));
+    const la_ssize_t taken = archive_write_data(writer, content.data(), content.size());
+    if (taken != static_cast<la_ssize_t>(content.size())) expect(ARCHIVE_FATAL);
     expect(archive_write_finish_entry(writer));
 }
 
@@ -71,7 +71,9 @@ void Archive::commit() {
 }
 
 void Archive::expect(int result) const {
-    if (result < ARCHIVE_WARN) failWriting(archive_error_string(writer));
+    if (result >= ARCHIVE_WARN) return;
+    const int error = archive_errno(writer);
+    failWriting(error > 0 ? platform::systemErrorText(error) : archive_error_string(writer));
 }
 
 void Archive::failWriting(const std::string& reason) const {

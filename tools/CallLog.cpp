@@ -5,13 +5,19 @@
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <iomanip>
 #include <mutex>
 #include <ostream>
 #include <sstream>
 
 #include "platform/Clock.h"
+#include "platform/DataFolder.h"
+#include "platform/SystemError.h"
+#include "tools/service.h"
 
 namespace tool {
 namespace {
@@ -39,10 +45,29 @@ private:
 
 }  // namespace
 
+std::string logProblem() {
+    namespace fs = std::filesystem;
+    try {
+        const fs::path path = logPath();
+        const fs::path folder = path.parent_path();
+        for (const fs::path& made : {folder.parent_path(), folder}) {
+            const int error = platform::makeDirectory(made.string());
+            if (error != 0 && error != EEXIST)
+                return made.string() + " can't be made: " + platform::systemErrorText(error);
+        }
+        errno = 0;
+        if (!std::ofstream(path, std::ios::app))
+            return path.string() + " can't be written: " + platform::systemErrorText(errno);
+        return {};
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+}
+
 CallLog::CallLog(std::ostream& stream) : sink(std::make_shared<TimedLines>(stream)) {
     const std::shared_ptr<spdlog::logger> logger = getQorLogger();
     if (logger->level() == spdlog::level::off)
-        stream << "the library's log can't be made, so its calls can't be shown\n";
+        stream << "the library's log can't be made, so its calls are not shown\n";
     logger->sinks().push_back(sink);
 }
 

@@ -111,7 +111,8 @@ void CommandLine::addDestination(CLI::App& command) {
     fileName(command
                  .add_option("--output", destination.path,
                              "The file to write; its extension chooses the format, " + allowedFormats() +
-                                 ". Or an existing directory: one file each, frame_000001.tif and so on")
+                                 ". Or an existing directory without frames of an earlier run: one file each, "
+                                 "frame_000001.tif and so on")
                  ->type_name("FILE|DIR")
                  ->required());
     choices(command
@@ -139,12 +140,14 @@ void CommandLine::addShow() {
             info(preparation(told), told);
             return exitSuccess;
         });
+    addAddress(*command);
     addPreparation(*command);
 }
 
 void CommandLine::addFrames() {
     CLI::App* const snapCommand = addCommand(app, "snap", "Take single frames and write them to a file",
                                              [this](Output& told) { return doSnap(told); });
+    addAddress(*snapCommand);
     addExposure(*snapCommand);
     snapCommand->add_option("--count", count, "Number of frames; otherwise 1")->type_name("N");
     addPicture(*snapCommand);
@@ -157,6 +160,7 @@ void CommandLine::addFrames() {
 
     CLI::App* const liveCommand = addCommand(app, "live", "Take the frames of a live run and write them as they come",
                                              [this](Output& told) { return doLive(told); });
+    addAddress(*liveCommand);
     addExposure(*liveCommand);
     liveCommand->add_option("--count", count, "Number of frames")->type_name("N")->required();
     addPicture(*liveCommand);
@@ -195,7 +199,7 @@ void CommandLine::addRegion() {
     const auto add = [&](const std::string& name, const std::string& description, const Change& change) {
         return addCommand(*roiCommand, name, description, [this, change](Output& told) { return doRoi(told, change); });
     };
-    add("show", "Print it", [](QuorinDetector&) {});
+    addAddress(*add("show", "Print it", [](QuorinDetector&) {}));
     CLI::App* const setCommand = add("set", "Set it; it takes effect when it is on", [this](QuorinDetector& opened) {
         Region wanted = area;
         if (startRowOption->count() > 0) wanted.startRow = startRow;
@@ -204,9 +208,9 @@ void CommandLine::addRegion() {
     setCommand->add_option("W", area.width, "Width in pixels: the panel's")->required();
     setCommand->add_option("H", area.height, "Height in pixels: from 128 on, in steps of 8")->required();
     startRowOption = setCommand->add_option("ROW", startRow, "The first row; otherwise it is centred");
-    add("on", "Turn it on; turns legacy timing and slice interlacing off",
-        [](QuorinDetector& opened) { opened.SetROIEnabled(true); });
-    add("off", "Turn it off", [](QuorinDetector& opened) { opened.SetROIEnabled(false); });
+    addAddress(*add("on", "Turn it on; turns legacy timing and slice interlacing off",
+                    [](QuorinDetector& opened) { opened.SetROIEnabled(true); }));
+    addAddress(*add("off", "Turn it off", [](QuorinDetector& opened) { opened.SetROIEnabled(false); }));
     CLI::App* const marginCommand = add("margin", "Turn the margin around it on or off",
                                         [this](QuorinDetector& opened) { opened.SetROIMarginEnabled(margin == "on"); });
     choices(marginCommand->add_option("STATE", margin, "on or off")->required(), {"on", "off"}, true);
@@ -228,17 +232,20 @@ void CommandLine::addPulses() {
         command.add_option("HZ", frequencyHz, "The frequency, up to 500, below it on Camera Link")->required();
     };
     addFrequency(*add("on", "Set it up and let it pulse", PulseAction::On));
-    add("off", "Take it out of the trigger's way", PulseAction::Off);
+    addAddress(*add("off", "Take it out of the trigger's way", PulseAction::Off));
     CLI::App* const run =
         add("run", "Take the frames of a live run while it pulses, and say how many came", PulseAction::Run);
     addFrequency(*run);
     run->add_option("--for", seconds, "How long")->type_name("SECONDS")->required();
-    add("hold", "Hold its pulses back", PulseAction::Hold);
+    addAddress(*add("hold", "Hold its pulses back", PulseAction::Hold));
 
-    addPreparation(*addCommand(app, "trigger", "Send one trigger edge by software", [this](Output& told) {
-        trigger(preparation(told), told);
-        return exitSuccess;
-    }));
+    CLI::App* const triggerCommand =
+        addCommand(app, "trigger", "Send one trigger edge by software", [this](Output& told) {
+            trigger(preparation(told), told);
+            return exitSuccess;
+        });
+    addAddress(*triggerCommand);
+    addPreparation(*triggerCommand);
 }
 
 std::optional<DetectorAddress> CommandLine::detectorAddress() const {
@@ -281,6 +288,8 @@ Preparation CommandLine::preparation(Output& told) const {
         asked.picture = named->second;
     }
     asked.detector = detectorOrDefault(told);
+    const std::string problem = logProblem();
+    if (!problem.empty()) told.remarks() << "warning: no log is written: " << problem << "\n";
     if (asked.picture && !asked.detector.isSimulated())
         throw UsageError("--picture: only simulated detectors (ge:sim:... and cl:...) let their picture be chosen");
     return asked;
@@ -291,15 +300,24 @@ int CommandLine::checkedCount() const {
     return count;
 }
 
+Destination CommandLine::checkedDestination(Output& told) const {
+    Destination files = parseDestination(destination);
+    files.warn = [&told](const std::string& text) {
+        told.remarks() << "warning: " << text << "\n";
+        told.facts["warning"] = text;
+    };
+    return files;
+}
+
 int CommandLine::doSnap(Output& told) const {
     const int frames = checkedCount();
-    const Destination files = parseDestination(destination);
+    const Destination files = checkedDestination(told);
     return snap({preparation(told), frames, files}, told);
 }
 
 int CommandLine::doLive(Output& told) const {
     const int frames = checkedCount();
-    const Destination files = parseDestination(destination);
+    const Destination files = checkedDestination(told);
     LiveRequest request;
     request.preparation = preparation(told);
     request.count = frames;

@@ -54,6 +54,7 @@ private:
     Preparation preparation(Output& told) const;
     DetectorAddress detectorOrDefault(Output& told) const;
     int checkedCount() const;
+    Destination checkedDestination(Output& told) const;
     int doSnap(Output& told) const;
     int doLive(Output& told) const;
     int doGet(Output& told) const;

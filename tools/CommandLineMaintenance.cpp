@@ -22,6 +22,7 @@ void checkRange(const char* name, int value, int lowest, int highest) {
 void CommandLine::addMaintenance() {
     CLI::App* const temperatureCommand =
         addCommand(app, "temperature", "Print temperatures", [this](Output& told) { return doTemperature(told); });
+    addAddress(*temperatureCommand);
     sensorOptions.push_back(temperatureCommand->add_option(
         "--sensor", sensor, "The sensor, from 1 on; one more than there are is the auxiliary probe. Otherwise all"));
     watchOption = temperatureCommand->add_option("--watch", seconds, "Print again after this time, until Ctrl-C")
@@ -31,11 +32,13 @@ void CommandLine::addMaintenance() {
     CLI::App* const powerCommand = app.add_subcommand("power", "Switch the detector's power");
     powerCommand->require_subcommand(1);
     const auto addPower = [&](const char* name, const char* description, PowerAction action) {
-        addCommand(*powerCommand, name, description,
-                   [this, action](Output& told) { return power(preparation(told), action, told); })
-            ->footer(
-                "After Ctrl-C, SIGTERM or SIGHUP the switch is completed, of a reset also switching on; the exit "
-                "status is 130.\nA second Ctrl-C or SIGTERM ends it immediately, and the detector may be off then.");
+        CLI::App* const command = addCommand(*powerCommand, name, description, [this, action](Output& told) {
+            return power(preparation(told), action, told);
+        });
+        command->footer(
+            "After Ctrl-C, SIGTERM or SIGHUP the switch is completed, of a reset also switching on; the exit status is "
+            "130.\nA second Ctrl-C or SIGTERM ends it immediately, and the detector may be off then.");
+        addAddress(*command);
     };
     addPower("on", "Switch it on; the detector comes up with its power-on settings", PowerAction::On);
     addPower("off", "Switch it off, on Kestrane electronics to low power", PowerAction::Off);
@@ -110,7 +113,7 @@ void CommandLine::addRegisters() {
     CLI::App* const write = add("write", "Write a register and print what it holds then", 0, writeRegister);
     write->add_option("N", number, "The register, 0 to 999")->required();
     write->add_option("VALUE", value, "What to write, 0 to 65535")->required();
-    add("dump", "Print the registers that the library knows", 1, dumpRegisters);
+    addAddress(*add("dump", "Print the registers that the library knows", 1, dumpRegisters));
 
     addCommand(app, "send", "Send a serial command and print the reply",
                [this](Output& told) {

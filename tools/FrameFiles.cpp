@@ -9,6 +9,7 @@
 #include <sstream>
 #include <utility>
 
+#include "tools/DiskSpace.h"
 #include "tools/Hdf5Writer.h"
 #include "tools/PngWriter.h"
 #include "tools/RawWriter.h"
@@ -60,6 +61,43 @@ private:
     std::string noteOfLast;
 };
 
+/// Keeps the frames before one that can't be written.
+class KeptFiles : public FrameFiles {
+public:
+    KeptFiles(std::unique_ptr<FrameFiles> filesToKeep, std::string outputPath)
+        : files(std::move(filesToKeep)), path(std::move(outputPath)) {}
+
+    void write(const Frame& frame) override {
+        try {
+            files->write(frame);
+        } catch (const std::exception& failure) {
+            if (written == 0) throw;
+            keep(failure.what());
+        }
+        ++written;
+    }
+
+    void commit() override { files->commit(); }
+
+    std::string note() const override { return files->note(); }
+
+private:
+    [[noreturn]] void keep(const std::string& reason) {
+        const std::string count = std::to_string(written) + (written == 1 ? " frame" : " frames");
+        try {
+            files->dropFailed();
+            files->commit();
+        } catch (const std::exception& failure) {
+            throw std::runtime_error(reason + "; the " + count + " before it could not be kept: " + failure.what());
+        }
+        throw FramesKept(reason + "; " + path + " holds the " + count + " before it", path, written);
+    }
+
+    const std::unique_ptr<FrameFiles> files;
+    const std::string path;
+    int written = 0;
+};
+
 }  // namespace
 
 RunFacts beginRun(const QuorinDetector& detector) {
@@ -89,14 +127,35 @@ std::string isoTime(std::chrono::system_clock::time_point moment) {
     return text.str();
 }
 
+std::string isoLocalTime(std::chrono::system_clock::time_point moment) {
+    constexpr int millisecondDigits = 3;
+    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(moment.time_since_epoch());
+    const auto wholeSeconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+    const std::time_t time = wholeSeconds.count();
+    std::tm fields{};
+    localtime_r(&time, &fields);
+    std::ostringstream offset;
+    offset << std::put_time(&fields, "%z");  // +hhmm
+    std::ostringstream text;
+    text << std::put_time(&fields, "%Y-%m-%dT%H:%M:%S") << "." << std::setw(millisecondDigits) << std::setfill('0')
+         << (sinceEpoch - wholeSeconds).count() << offset.str().insert(3, ":");
+    return text.str();
+}
+
 std::string timeOf(const RunFacts& facts, const Frame& frame) {
     return isoTime(facts.start + std::chrono::duration_cast<std::chrono::system_clock::duration>(frame.sinceStart));
 }
 
 std::unique_ptr<FrameFiles> makeFrameFiles(const Destination& output, const RunFacts& facts, int frames) {
     std::error_code unseen;
-    if (fs::is_directory(output.path, unseen)) return std::make_unique<NumberedFiles>(output, facts);
-    return makeFile(output.path, output, facts, frames);
+    const bool intoDirectory = fs::is_directory(output.path, unseen);
+    checkDiskSpace(output, {frames, facts.pixels(), intoDirectory});
+    std::unique_ptr<FrameFiles> files;
+    if (intoDirectory)
+        files = std::make_unique<NumberedFiles>(output, facts);
+    else
+        files = makeFile(output.path, output, facts, frames);
+    return std::make_unique<KeptFiles>(std::move(files), output.path);
 }
 
 }  // namespace tool

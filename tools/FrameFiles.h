@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "platform/Clock.h"
 #include "tools/OutputFormat.h"
@@ -40,6 +42,8 @@ struct Frame {
 double seconds(std::chrono::nanoseconds duration);
 /// ISO 8601, UTC, with microseconds.
 std::string isoTime(std::chrono::system_clock::time_point moment);
+/// ISO 8601, in the machine's time zone with its offset from UTC, with milliseconds.
+std::string isoLocalTime(std::chrono::system_clock::time_point moment);
 /// The time of day at which the frame was taken over.
 std::string timeOf(const RunFacts& facts, const Frame& frame);
 
@@ -49,13 +53,29 @@ class FrameFiles {
 public:
     virtual ~FrameFiles() = default;
     virtual void write(const Frame& frame) = 0;
+    /// After a `write` that failed: removes what it left of its frame. `commit` is the only call that may follow; it
+    /// keeps the frames before.
+    virtual void dropFailed() {}
     /// Puts what was written, at least one frame, into place. The last call but `note`.
     virtual void commit() = 0;
     /// After `commit`: what a reader should know besides; may be empty.
     virtual std::string note() const { return {}; }
 };
 
-/// One file of the output's format, or files `frame_000001.tif` and so on in an existing directory.
+/// A frame could not be written. The frames before it are in place.
+class FramesKept : public std::runtime_error {
+public:
+    FramesKept(const std::string& text, std::string where, int count)
+        : std::runtime_error(text), path(std::move(where)), frames(count) {}
+
+    std::string path;
+    int frames;
+};
+
+/// One file of the output's format, or files `frame_000001.tif` and so on in an existing directory. A `write` that
+/// fails puts the frames before it into place and throws `FramesKept`; no call but the destructor may follow.
+///
+/// Fails if the frames certainly don't fit on the disk, and calls `output.warn` if they may not.
 /// @param frames  of the run, at most
 std::unique_ptr<FrameFiles> makeFrameFiles(const Destination& output, const RunFacts& facts, int frames);
 

@@ -14,7 +14,7 @@ namespace {
 /// What a driver is told of the file that it is for.
 struct Target {
     int descriptor;
-    int* diskError;
+    DiskErrors* errors;
 };
 
 /// The driver's file. HDF5 knows its first member alone.
@@ -80,17 +80,12 @@ herr_t read(H5FD_t* file, H5FD_mem_t /*kind*/, hid_t /*properties*/, haddr_t add
     return 0;
 }
 
-herr_t write(H5FD_t* file, H5FD_mem_t /*kind*/, hid_t /*properties*/, haddr_t address, std::size_t size,
-             const void* buffer) {
-    DriverFile& written = of(file);
-    const auto* next = static_cast<const char*>(buffer);
-    written.end = std::max(written.end, address + size);
-    while (size > 0 && *written.target.diskError == 0) {
-        const ssize_t count = pwrite(written.target.descriptor, next, size, static_cast<off_t>(address));
-        if (count < 0) {
-            if (errno != EINTR) *written.target.diskError = errno;
-            continue;
-        }
+/// The system's error number, or 0.
+int writeAll(int descriptor, haddr_t address, std::size_t size, const char* next) {
+    while (size > 0) {
+        const ssize_t count = pwrite(descriptor, next, size, static_cast<off_t>(address));
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return errno;
         next += count;
         address += static_cast<haddr_t>(count);
         size -= static_cast<std::size_t>(count);
@@ -98,11 +93,30 @@ herr_t write(H5FD_t* file, H5FD_mem_t /*kind*/, hid_t /*properties*/, haddr_t ad
     return 0;
 }
 
+herr_t write(H5FD_t* file, H5FD_mem_t kind, hid_t /*properties*/, haddr_t address, std::size_t size,
+             const void* buffer) {
+    DriverFile& written = of(file);
+    DiskErrors& errors = *written.target.errors;
+    const int descriptor = written.target.descriptor;
+    written.end = std::max(written.end, address + size);
+    const bool isData = kind == H5FD_MEM_DRAW;
+    const off_t sizeBefore = lseek(descriptor, 0, SEEK_END);
+    const int error = writeAll(descriptor, address, size, static_cast<const char*>(buffer));
+    if (error == 0) return 0;
+    int& first = isData ? errors.data : errors.structure;
+    if (first == 0) first = error;
+    // Half an array is worth nothing; its space may be what HDF5's records need.
+    if (isData && sizeBefore >= 0 && ftruncate(descriptor, sizeBefore) != 0 && errors.structure == 0)
+        errors.structure = errno;
+    return 0;
+}
+
 herr_t truncate(H5FD_t* file, hid_t /*properties*/, hbool_t /*closing*/) {
     DriverFile& cut = of(file);
     if (cut.end == cut.allocatedEnd) return 0;
-    if (*cut.target.diskError == 0 && ftruncate(cut.target.descriptor, static_cast<off_t>(cut.allocatedEnd)) != 0)
-        *cut.target.diskError = errno;
+    DiskErrors& errors = *cut.target.errors;
+    if (ftruncate(cut.target.descriptor, static_cast<off_t>(cut.allocatedEnd)) != 0 && errors.structure == 0)
+        errors.structure = errno;
     cut.end = cut.allocatedEnd;
     return 0;
 }
@@ -127,12 +141,12 @@ H5FD_class_t driver() {
 
 }  // namespace
 
-Handle createFileIn(int descriptor, int& diskError) {
+Handle createFileIn(int descriptor, DiskErrors& errors) {
     static const H5FD_class_t functions = driver();
     const std::string what = "the file";
     const Handle registered(H5FDregister(&functions), H5FDunregister, what);
     const Handle properties(H5Pcreate(H5P_FILE_ACCESS), H5Pclose, what);
-    const Target target{descriptor, &diskError};
+    const Target target{descriptor, &errors};
     check(H5Pset_driver(properties.get(), registered.get(), &target), what);
     return {H5Fcreate("frames", H5F_ACC_TRUNC, H5P_DEFAULT, properties.get()), H5Fclose, what};
 }

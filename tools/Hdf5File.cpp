@@ -31,9 +31,8 @@ Handle scalarSpace() {
 }
 
 Handle createDataset(const Handle& parent, const std::string& name, hid_t type, const Handle& space,
-                     hid_t properties = H5P_DEFAULT) {
-    return {H5Dcreate2(parent.get(), name.c_str(), type, space.get(), H5P_DEFAULT, properties, H5P_DEFAULT), H5Dclose,
-            name};
+                     hid_t properties = H5P_DEFAULT, hid_t access = H5P_DEFAULT) {
+    return {H5Dcreate2(parent.get(), name.c_str(), type, space.get(), H5P_DEFAULT, properties, access), H5Dclose, name};
 }
 
 template <class Number>
@@ -151,7 +150,16 @@ FrameArray::FrameArray(const Handle& parent, const std::string& name, int widthI
         check(H5Pset_deflate(properties.get(), static_cast<unsigned>(compression)), name);
     }
     frameSpace = Handle(H5Screate_simple(dimensions, oneFrame.data(), nullptr), H5Sclose, name);
-    array = createDataset(parent, name, H5T_STD_U16LE, space, properties.get());
+    // No cache: a frame that the disk doesn't take must fail in its own call.
+    const Handle access(H5Pcreate(H5P_DATASET_ACCESS), H5Pclose, name);
+    check(H5Pset_chunk_cache(access.get(), 0, 0, H5D_CHUNK_CACHE_W0_DEFAULT), name);
+    array = createDataset(parent, name, H5T_STD_U16LE, space, properties.get(), access.get());
+}
+
+void FrameArray::keepFirst(std::size_t count) {
+    const std::array<hsize_t, 3> kept{count, height, width};
+    check(H5Dset_extent(array.get(), kept.data()), "the frames");
+    frames = count;
 }
 
 void FrameArray::append(const std::uint16_t* pixels) {

@@ -68,6 +68,8 @@ public:
     FrameArray(const Handle& parent, const std::string& name, int width, int height, int compression);
 
     void append(const std::uint16_t* pixels);
+    /// Removes the frames after the first `count`.
+    void keepFirst(std::size_t count);
     Handle& dataset() { return array; }
 
 private:

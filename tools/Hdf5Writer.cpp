@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "platform/SystemError.h"
-#include "tools/Hdf5Driver.h"
 #include "tools/Hdf5File.h"
 
 namespace tool {
@@ -38,13 +37,14 @@ void Hdf5Writer::run(const std::function<void()>& step) {
     try {
         step();
     } catch (const std::runtime_error& failure) {
-        if (diskError == 0) target.fail(failure.what());
+        if (diskErrors.data == 0 && diskErrors.structure == 0) target.fail(failure.what());
     }
-    if (diskError != 0) target.fail(platform::systemErrorText(diskError));
+    const int error = diskErrors.data != 0 ? diskErrors.data : diskErrors.structure;
+    if (error != 0) target.fail(platform::systemErrorText(error));
 }
 
 void Hdf5Writer::open(int compression) {
-    hdf5::Handle file = hdf5::createFileIn(target.descriptor(), diskError);
+    hdf5::Handle file = hdf5::createFileIn(target.descriptor(), diskErrors);
     hdf5::setText(file, "NX_class", "NXroot");
     hdf5::setText(file, "default", "entry");
     hdf5::setText(file, "creator", "qrapi");
@@ -57,7 +57,22 @@ void Hdf5Writer::open(int compression) {
         std::make_unique<Layout>(Layout{std::move(file), std::move(entry), std::move(detector), std::move(frames)});
 }
 
+/// A disk that is full of frames still takes the records that make them readable, most of which come at the end.
+void Hdf5Writer::reserveRecords() const {
+    constexpr std::uint64_t fixedBytes = 262144;
+    constexpr std::uint64_t bytesOfFrame = 256;  // its entry in the tree of chunks, its numbers
+    const std::uint64_t records = fixedBytes + bytesOfFrame * numbers.size();
+    target.reserve(target.size() + facts.frameBytes() + records);
+}
+
+void Hdf5Writer::dropFailed() {
+    if (diskErrors.structure != 0) target.fail(platform::systemErrorText(diskErrors.structure));
+    diskErrors = {};
+    run([&] { layout->frames.keepFirst(numbers.size()); });
+}
+
 void Hdf5Writer::write(const Frame& frame) {
+    reserveRecords();
     run([&] { layout->frames.append(frame.pixels); });
     numbers.push_back(frame.number + 1);
     fieldCounts.push_back(frame.fieldCount);

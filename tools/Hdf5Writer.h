@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/FrameFiles.h"
+#include "tools/Hdf5Driver.h"
 #include "tools/PartialFile.h"
 
 namespace tool {
@@ -18,6 +19,7 @@ public:
     ~Hdf5Writer() override;
 
     void write(const Frame& frame) override;
+    void dropFailed() override;
     void commit() override;
 
 private:
@@ -26,12 +28,13 @@ private:
     /// Runs one step with HDF5; a failure of it or of the disk names the file.
     void run(const std::function<void()>& step);
     void open(int compression);
+    void reserveRecords() const;
     void describeDetector();
     void describeFrames();
 
     const RunFacts facts;
     PartialFile target;
-    int diskError = 0;
+    hdf5::DiskErrors diskErrors;
     std::unique_ptr<Layout> layout;
     std::vector<int> numbers;
     std::vector<int> fieldCounts;

@@ -61,6 +61,21 @@ void checkFile(const fs::path& path) {
         throw UsageError("--output: " + path.string() + " is no regular file");
 }
 
+/// The name of the first frame of an earlier run in the directory; empty if there is none.
+std::string frameFileIn(const fs::path& directory) {
+    constexpr std::string_view prefix = "frame_";
+    std::string first;
+    std::error_code unseen;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory, unseen)) {
+        const std::string name = entry.path().filename().string();
+        const std::size_t end = name.find_first_not_of("0123456789", prefix.size());
+        const bool isFrame =
+            name.starts_with(prefix) && end != std::string::npos && end > prefix.size() && name[end] == '.';
+        if (isFrame && (first.empty() || name < first)) first = name;
+    }
+    return first;
+}
+
 /// What `--format` names; otherwise what the extension says. Numbered files are TIFF unless told otherwise.
 const NamedFormat& formatOf(const DestinationOptions& options) {
     if (!options.format.empty()) {
@@ -97,6 +112,13 @@ GreyWindow parseWindow(const std::string& text) {
 
 }  // namespace
 
+void checkIsFile(const std::string& output) {
+    if (output == "-")
+        throw UsageError(
+            "--output: - is refused, since files don't go to the standard output; name a file (./- for "
+            "one of that name)");
+}
+
 std::vector<std::string> formatNames() {
     std::vector<std::string> names;
     names.reserve(namedFormats.size());
@@ -113,8 +135,13 @@ std::string sideFileOf(const std::string& rawFile) {
 }
 
 Destination parseDestination(const DestinationOptions& options) {
+    checkIsFile(options.path);
     const bool intoDirectory = isDirectory(options.path);
     if (!intoDirectory) checkFile(options.path);
+    const std::string earlier = intoDirectory ? frameFileIn(options.path) : "";
+    if (!earlier.empty())
+        throw UsageError("--output: " + options.path + " holds frames of an earlier run (" + earlier +
+                         "), which this one would mix with its own; name another directory, or move them away");
     const NamedFormat& named = formatOf(options);
     Destination output;
     output.path = options.path;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,6 +30,8 @@ struct Destination {
     FileFormat format = FileFormat::Tiff;
     std::optional<GreyWindow> window;  ///< PNG; without it the 1st to 99th percentile of the frame
     int compression = 0;               ///< HDF5: 1 to 9 of gzip, or 0 for none
+    /// Takes what the user should know before the run; null drops it.
+    std::function<void(const std::string&)> warn = nullptr;
 };
 
 /// The allowed names of formats, which are the extensions of their files, as texts list them.
@@ -37,6 +40,9 @@ std::vector<std::string> formatNames();
 
 /// The file that describes a raw file: the same name with the extension `json`.
 std::string sideFileOf(const std::string& rawFile);
+
+/// Throws `UsageError` for "-", which other programs take as the standard output.
+void checkIsFile(const std::string& output);
 
 /// Checks what was said, and that the path can be written as far as can be told before. Throws `UsageError`.
 Destination parseDestination(const DestinationOptions& options);

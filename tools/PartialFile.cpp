@@ -1,6 +1,8 @@
 #include "tools/PartialFile.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -52,6 +54,30 @@ void PartialFile::append(const void* bytes, std::size_t count) {
         next += written;
         count -= static_cast<std::size_t>(written);
     }
+}
+
+std::uint64_t PartialFile::size() const {
+    struct stat found {};
+    if (fstat(file, &found) != 0) fail(platform::systemErrorText(errno));
+    return static_cast<std::uint64_t>(found.st_size);
+}
+
+void PartialFile::truncate(std::uint64_t bytes) {
+    const auto end = static_cast<off_t>(bytes);
+    if (ftruncate(file, end) != 0 || lseek(file, end, SEEK_SET) != end) fail(platform::systemErrorText(errno));
+}
+
+void PartialFile::reserve(std::uint64_t end) const {
+    // The system reserves beyond the limit on a file's size and refuses the write only.
+    rlimit limit{};
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY && end > limit.rlim_cur)
+        fail(platform::systemErrorText(EFBIG));
+    int result = 0;
+    do {
+        result = fallocate(file, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(end));
+    } while (result != 0 && errno == EINTR);
+    if (result != 0 && (errno == ENOSPC || errno == EFBIG || errno == EDQUOT || errno == EIO))
+        fail(platform::systemErrorText(errno));
 }
 
 void PartialFile::sync() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,12 @@ public:
     PartialFile& operator=(const PartialFile&) = delete;
 
     void append(const void* bytes, std::size_t count);
+    std::uint64_t size() const;
+    /// Cuts the file; `append` goes on from there.
+    void truncate(std::uint64_t bytes);
+    /// Claims disk space for the bytes up to `end`, so that writing them later doesn't fail for want of it. Does
+    /// nothing where the file system can't do that.
+    void reserve(std::uint64_t end) const;
     /// On the disk, so that not even a power cut leaves half a file under the name that it gets.
     void sync() const;
     /// Puts the file into place, also in place of an older one. The last call, after `sync`.

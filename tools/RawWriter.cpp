@@ -15,12 +15,28 @@ RawWriter::RawWriter(const std::string& path, RunFacts runFacts)
       data(path),
       side(sidePath) {}
 
+/// A disk that is full of frames still takes the file that describes them.
+void RawWriter::reserveDescription() {
+    constexpr std::uint64_t detectorBytes = 4096;
+    constexpr std::uint64_t bytesOfFrame = 96;  // three numbers, each on a line
+    constexpr std::uint64_t step = 65536;
+    const std::uint64_t needed = detectorBytes + bytesOfFrame * (numbers.size() + 1);
+    if (needed <= reservedBytes) return;
+    side.reserve(needed + step);
+    reservedBytes = needed + step;
+}
+
 void RawWriter::write(const Frame& frame) {
+    reserveDescription();
     data.append(frame.pixels, facts.frameBytes());
     numbers.push_back(frame.number + 1);
     fieldCounts.push_back(frame.fieldCount);
     timeStamps.push_back(seconds(frame.sinceStart));
     endTime = timeOf(facts, frame);
+}
+
+void RawWriter::dropFailed() {
+    data.truncate(numbers.size() * facts.frameBytes());
 }
 
 std::string RawWriter::description() const {

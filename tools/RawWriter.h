@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -14,11 +15,13 @@ public:
     RawWriter(const std::string& path, RunFacts facts);
 
     void write(const Frame& frame) override;
+    void dropFailed() override;
     void commit() override;
     std::string note() const override { return "described in " + sidePath; }
 
 private:
     std::string description() const;
+    void reserveDescription();
 
     const RunFacts facts;
     const std::string dataName;
@@ -29,6 +32,7 @@ private:
     std::vector<int> fieldCounts;
     std::vector<double> timeStamps;
     std::string endTime;
+    std::uint64_t reservedBytes = 0;  ///< of the JSON file
 };
 
 }  // namespace tool

@@ -1,10 +1,11 @@
 #include "tools/TiffWriter.h"
 
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <tiffio.h>
 #include <unistd.h>
 
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -14,6 +15,8 @@
 
 namespace tool {
 namespace {
+
+static_assert(std::endian::native == std::endian::little, "links of pages are read and written as they lie in memory");
 
 constexpr std::uint64_t classicLimitBytes = 0xF0000000;  // leaves room for directories below the 4 GB of 32-bit offsets
 
@@ -51,24 +54,79 @@ void TiffWriter::Close::operator()(tiff* file) const {
 }
 
 TiffWriter::TiffWriter(const std::string& path, RunFacts runFacts, std::uint64_t expectedBytes)
-    : facts(std::move(runFacts)), target(path) {
+    : facts(std::move(runFacts)),
+      isBig(expectedBytes > classicLimitBytes),
+      target(path),
+      stream{target.descriptor()},
+      linkPosition(isBig ? 8 : 4) {
     const std::unique_ptr<TIFFOpenOptions, FreeOptions> options(TIFFOpenOptionsAlloc());
     TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keepMessage, &libraryError);
     TIFFOpenOptionsSetWarningHandlerExtR(options.get(), ignoreMessage, nullptr);
-    const char* const mode = expectedBytes > classicLimitBytes ? "w8" : "w";
-    const int descriptor = fcntl(target.descriptor(), F_DUPFD_CLOEXEC, 0);  // libtiff closes the one that it is given
-    if (descriptor < 0) target.fail(platform::systemErrorText(errno));
-    file.reset(TIFFFdOpenExt(descriptor, target.temporaryName().c_str(), mode, options.get()));
-    if (file == nullptr) {
-        close(descriptor);
-        target.fail(reasonOr("it can't be opened as TIFF"));
-    }
+    // With procedures of our own the system's error number stays known.
+    const auto read = [](thandle_t handle, void* bytes, tmsize_t count) -> tmsize_t {
+        return ::read(static_cast<Stream*>(handle)->descriptor, bytes, static_cast<std::size_t>(count));
+    };
+    const auto write = [](thandle_t handle, void* bytes, tmsize_t count) -> tmsize_t {
+        auto& to = *static_cast<Stream*>(handle);
+        const auto* next = static_cast<const char*>(bytes);
+        for (tmsize_t left = count; left > 0;) {
+            const ssize_t written = ::write(to.descriptor, next, static_cast<std::size_t>(left));
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) {
+                if (to.error == 0) to.error = errno;
+                return -1;
+            }
+            next += written;
+            left -= written;
+        }
+        return count;
+    };
+    const auto seek = [](thandle_t handle, toff_t offset, int from) -> toff_t {
+        return static_cast<toff_t>(lseek(static_cast<Stream*>(handle)->descriptor, static_cast<off_t>(offset), from));
+    };
+    const auto close = [](thandle_t /*handle*/) { return 0; };  // the descriptor is the target's
+    const auto size = [](thandle_t handle) -> toff_t {
+        struct stat found {};
+        return fstat(static_cast<Stream*>(handle)->descriptor, &found) == 0 ? static_cast<toff_t>(found.st_size) : 0;
+    };
+    file.reset(TIFFClientOpenExt(target.temporaryName().c_str(), isBig ? "w8" : "w", &stream, read, write, seek, close,
+                                 size, nullptr, nullptr, options.get()));
+    if (file == nullptr) target.fail(reasonOr("it can't be opened as TIFF"));
 }
 
 TiffWriter::~TiffWriter() = default;
 
 std::string TiffWriter::reasonOr(const std::string& otherwise) const {
+    if (stream.error != 0) return platform::systemErrorText(stream.error);
     return libraryError.empty() ? otherwise : libraryError;
+}
+
+/// A page has a count, as many entries, and then the position of the next page.
+void TiffWriter::findNextLink() {
+    const auto number = [&](std::uint64_t position, std::size_t bytes) {
+        std::uint64_t value = 0;  // the file has the byte order of the machine, a little-endian one
+        const ssize_t count = pread(target.descriptor(), &value, bytes, static_cast<off_t>(position));
+        if (count != static_cast<ssize_t>(bytes)) target.fail("a page can't be read back");
+        return value;
+    };
+    const std::size_t linkBytes = isBig ? 8 : 4;
+    const std::size_t countBytes = isBig ? 8 : 2;
+    const std::size_t entryBytes = isBig ? 20 : 12;
+    const std::uint64_t page = number(linkPosition, linkBytes);
+    linkPosition = page + countBytes + entryBytes * number(page, countBytes);
+    wholeBytes = target.size();
+}
+
+void TiffWriter::dropFailed() {
+    file.reset();  // whatever it still writes goes with the page
+    stream.error = 0;
+    libraryError.clear();
+    constexpr std::uint64_t none = 0;
+    const ssize_t linkBytes = isBig ? 8 : 4;
+    if (pwrite(target.descriptor(), &none, static_cast<std::size_t>(linkBytes), static_cast<off_t>(linkPosition)) !=
+        linkBytes)
+        target.fail(platform::systemErrorText(errno));
+    target.truncate(wholeBytes);
 }
 
 void TiffWriter::write(const Frame& frame) {
@@ -90,12 +148,13 @@ void TiffWriter::write(const Frame& frame) {
         good = TIFFWriteScanline(page, line, static_cast<std::uint32_t>(row)) == 1;
     }
     good = good && TIFFWriteDirectory(page) == 1;
-    if (!good || !libraryError.empty()) target.fail(reasonOr("a page can't be written"));
+    if (!good || stream.error != 0 || !libraryError.empty()) target.fail(reasonOr("a page can't be written"));
+    findNextLink();
 }
 
 void TiffWriter::commit() {
     file.reset();
-    if (!libraryError.empty()) target.fail(libraryError);
+    if (stream.error != 0 || !libraryError.empty()) target.fail(reasonOr(""));
     target.sync();
     target.commit();
 }

@@ -19,18 +19,30 @@ public:
     ~TiffWriter() override;
 
     void write(const Frame& frame) override;
+    void dropFailed() override;
     void commit() override;
 
 private:
     struct Close {
         void operator()(tiff* file) const;
     };
-    /// libtiff's own words, or `otherwise` if it said nothing.
+    /// What libtiff reads and writes through.
+    struct Stream {
+        int descriptor;
+        int error = 0;  ///< the system's error number at the first failure
+    };
+    /// The system's words, else libtiff's own, else `otherwise`.
     std::string reasonOr(const std::string& otherwise) const;
+    void findNextLink();
 
     const RunFacts facts;
+    const bool isBig;
     PartialFile target;
+    Stream stream;
     std::string libraryError;  ///< libtiff's last message
+    // The end of the last whole page. Its link is 0 until libtiff begins a further page.
+    std::uint64_t wholeBytes = 0;
+    std::uint64_t linkPosition = 0;
     std::unique_ptr<tiff, Close> file;
 };
 

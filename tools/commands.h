@@ -74,13 +74,13 @@ void printFacts(const Json& facts, std::ostream& out);
 /// Opens a detector and prints what it is and can do.
 void info(const Preparation& preparation, Output& output);
 
-/// Takes frames and writes them. A failure leaves no file, in a directory the files that are whole. After a signal the
-/// frame in progress is the last one. Returns `exitSuccess` or `exitInterrupted`.
+/// Takes frames and writes them. A failure leaves no file, in a directory the files that are whole; a failure to write a
+/// frame leaves the frames before it. After a signal the frame in progress is the last one. Returns `exitSuccess` or
+/// `exitInterrupted`.
 int snap(const SnapRequest& request, Output& output);
 
 /// Takes the frames of one live run and writes them as they come. A signal ends the run; the frames before it are
-/// written. A failure leaves no file, in a directory the files that are whole. Lost frames are told on the error
-/// stream.
+/// written. A failure is as with `snap`. Lost frames are reported on the error stream.
 /// @return  `exitSuccess`, `exitFramesLost` or `exitInterrupted`
 int live(const LiveRequest& request, Output& output);
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "simulator/Rack.h"
+#include "tools/FrameFiles.h"
 #include "tools/nearest.h"
 
 namespace tool {
@@ -133,6 +134,10 @@ Json describeFailure(const std::exception& failure) {
 }
 
 void tellFailure(const std::exception& failure, const std::string& remedy, Output& output) {
+    if (const auto* const partial = dynamic_cast<const FramesKept*>(&failure)) {
+        output.facts["output"] = partial->path;
+        output.facts["frames_kept"] = partial->frames;
+    }
     if (output.isJson) {
         Json error = describeFailure(failure);
         error["hint"] = remedy.empty() ? Json(nullptr) : Json(remedy);

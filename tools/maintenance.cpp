@@ -13,6 +13,7 @@
 
 #include "panelTable.h"
 #include "platform/Clock.h"
+#include "tools/FrameFiles.h"
 #include "tools/Interrupt.h"
 #include "tools/commands.h"
 #include "tools/names.h"
@@ -82,13 +83,25 @@ int temperatureCount(const QuorinDetector& detector) {
 
 namespace {
 
+/// Refuses a sensor that the detector doesn't have, before anything is changed.
+void checkSensor(const QuorinDetector& detector, int sensor) {
+    const int highest = temperatureCount(detector);
+    if (sensor >= 1 && sensor <= highest) return;
+    throw UsageError("--sensor: model " + std::to_string(detector.GetModelNumber()) + " has no temperature of sensor " +
+                     std::to_string(sensor) + "; allowed is " +
+                     (highest == 1 ? "1" : "1 to " + std::to_string(highest)));
+}
+
 void printTemperatures(const QuorinDetector& detector, const TemperatureRequest& request, Output& output) {
+    const std::string time = request.watchSeconds ? isoLocalTime(platform::timeOfDay()) : "";
+    if (!time.empty()) output.facts["time"] = time;
     const int first = request.sensor.value_or(1);
     const int last = request.sensor.value_or(temperatureCount(detector));
     Json& all = output.facts["temperatures"] = Json::array();
     for (int sensor = first; sensor <= last; ++sensor) {
         const float celsius = detector.GetDetectorTemp(sensor);
         std::ostringstream line;  // its own stream, so that the results' keeps its format
+        if (!time.empty()) line << time << "  ";
         line << "sensor " << sensor << ": " << std::fixed << std::setprecision(1) << celsius << " C\n";
         output.text() << line.str();
         all.push_back({{"sensor", sensor}, {"temperature_celsius", roundedMs(celsius)}});
@@ -119,7 +132,11 @@ void printRegister(const RegisterRequest& request, int sensor, int value, Output
 int temperature(const TemperatureRequest& request, Output& output) {
     constexpr std::chrono::nanoseconds slice = std::chrono::milliseconds(50);
     QuorinDetector detector = makeDetector(request.preparation.detector);
-    openPrepared(detector, request.preparation);
+    Preparation preparation = request.preparation;
+    if (request.sensor)
+        preparation.changes.insert(preparation.changes.begin(),
+                                   [&](QuorinDetector& opened) { checkSensor(opened, *request.sensor); });
+    openPrepared(detector, preparation);
     printTemperatures(detector, request, output);
     int status = exitSuccess;
     if (request.watchSeconds) {

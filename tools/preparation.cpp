@@ -34,7 +34,7 @@ void openWithSettings(QuorinDetector& detector, const Preparation& preparation) 
         setRegion(detector, *preparation.region);
         detector.SetROIEnabled(true);
     }
-    if (preparation.exposureMs) detector.SetExposureTime(*preparation.exposureMs);
+    if (preparation.exposureMs) setExposureTime(detector, *preparation.exposureMs);
 }
 
 void tellShortest(const QuorinDetector& detector, const Preparation& preparation, Output& output) {

@@ -45,12 +45,12 @@ constexpr const char* compiler = "GCC " __VERSION__;
 
 Json versions() {
     utsname system{};
-    if (uname(&system) != 0) throw std::runtime_error("the system's name can't be told");
+    if (uname(&system) != 0) throw std::runtime_error("the system's name is not known");
     return {{"tool", QRAPI_VERSION},          {"library", QRAPI_VERSION}, {"compiler", compiler},
             {"distribution", distribution()}, {"kernel", system.release}, {"machine", system.machine}};
 }
 
-/// The last lines of the log; of the file as it was when the reading began.
+/// The last lines of the log.
 std::string lastLogLines(int count) {
     getQorLogger()->flush();
     std::ifstream file(logPath());
@@ -142,6 +142,7 @@ void collectFromDetector(const Preparation& preparation, Collection& collection)
 }
 
 void checkArchiveName(const std::string& output) {
+    checkIsFile(output);
     const fs::path path(output);
     const std::string name = path.filename().string();
     const auto endsWith = [&](std::string_view ending) {
@@ -165,21 +166,22 @@ std::string nameOf(const DetectorAddress& address) {
 std::string logPath() {
     const platform::DataFolder folder = platform::localDataFolder();
     if (folder.result < 0)
-        throw std::runtime_error("the folder of the log can't be told: " + platform::systemErrorText(-folder.result));
+        throw std::runtime_error("the folder of the log is not known: " + platform::systemErrorText(-folder.result));
     return folder.path + "/Selvo/QRAPI/qrapi_log.txt";
 }
 
 void report(const ReportRequest& request, Output& output) {
     checkArchiveName(request.output);
     Collection collection(request.output);
-    collection.add(
-        "versions", Json::object(), [](Json& facts) { facts = versions(); }, printFacts);
-    collectFromDetector(request.preparation, collection);
+    // First of all: the report's own calls would push out the lines that it is about.
     try {
         collection.addText("log.txt", lastLogLines(request.logLines));
     } catch (const std::exception& failure) {
         collection.failures.push_back({{"part", "log"}, {"text", failure.what()}});
     }
+    collection.add(
+        "versions", Json::object(), [](Json& facts) { facts = versions(); }, printFacts);
+    collectFromDetector(request.preparation, collection);
     collection.add(
         "summary", Json::object(),
         [&](Json& facts) {

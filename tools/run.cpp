@@ -1,9 +1,12 @@
 #include "tools/run.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
+#include <ostream>
 #include <string_view>
 
+#include "platform/SystemError.h"
 #include "tools/CommandLine.h"
 #include "tools/failure.h"
 #include "tools/usage.h"
@@ -48,7 +51,11 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         CommandLine line;
         const int status = runTold(line, argc, argv, out, output);
         output.finish();
-        return status;
+        errno = 0;
+        if (out.flush()) return status;
+        err << "error: cannot write to the standard output"
+            << (errno != 0 ? ": " + platform::systemErrorText(errno) : "") << "\n";
+        return exitFailedCall;
     } catch (const std::exception& failure) {
         err << "error: " << failure.what() << "\n";
         return exitFailedCall;

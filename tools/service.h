@@ -21,7 +21,7 @@ struct ReportRequest {
 /// Collects in one archive what somebody needs who looks into a fault. What can't be had is told there.
 void report(const ReportRequest& request, Output& output);
 
-/// Where the library writes its log.
+/// Where the library writes its log. Throws if the user's data folder isn't known.
 std::string logPath();
 
 }  // namespace tool

@@ -3,8 +3,10 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <iomanip>
 #include <limits>
 #include <sstream>
+#include <stdexcept>
 
 #include "tools/commands.h"
 #include "tools/names.h"
@@ -87,6 +89,27 @@ struct Milliseconds : Numeric {
     }
 };
 
+/// The exposure window is a count of 0.01 ms of 31 bits; this is the last float below its end.
+constexpr float longestWindowMs = 21474834.0F;
+
+void checkExposureTime(const QuorinDetector& detector, std::string_view name, float timeMs) {
+    const float longest =
+        longestWindowMs + 2 * std::floor(detector.GetReadOutTime() / 2);  // floats lie 2 ms apart here
+    if (timeMs <= longest) return;
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(0) << name << ": " << timeMs << " ms is too long; the longest is "
+         << longest << " ms";
+    throw std::runtime_error(text.str());
+}
+
+struct ExposureTime : Milliseconds<&QuorinDetector::GetExposureTime, &QuorinDetector::SetExposureTime> {
+    static std::optional<Change> parse(std::string_view text) {
+        const std::optional<float> time = parseMs(text, 0.0F);
+        if (!time) return std::nullopt;
+        return [timeMs = *time](QuorinDetector& detector) { setExposureTime(detector, timeMs); };
+    }
+};
+
 struct NumOfExposures : Numeric {
     static constexpr int highest = std::numeric_limits<std::uint16_t>::max();
     static std::string allowed() { return "1 to " + std::to_string(highest); }
@@ -117,8 +140,10 @@ struct PreProgrammedTimes : Numeric {
             times.push_back(*time);
         }
         if (times.size() < fewest || times.size() > most) return std::nullopt;
-        return
-            [times](QuorinDetector& detector) { detector.SetPreProgrammedExposureTimes(times.data(), times.size()); };
+        return [times](QuorinDetector& detector) {
+            for (const float time : times) checkExposureTime(detector, "pre_programmed_exposure_times_ms", time);
+            detector.SetPreProgrammedExposureTimes(times.data(), times.size());
+        };
     }
 };
 
@@ -158,8 +183,7 @@ std::vector<Setting> makeSettings() {
     return {
         row<OneOf<binningNames, &Detector::GetBinningMode, &Detector::SetBinningMode>>(
             "binning", "columns x rows", "sensor pixels that make one pixel of the frame"),
-        row<Milliseconds<&Detector::GetExposureTime, &Detector::SetExposureTime>>(
-            "exposure_time_ms", "ms", "exposure time; below the minimum it becomes the minimum"),
+        row<ExposureTime>("exposure_time_ms", "ms", "exposure time; below the minimum it becomes the minimum"),
         row<OneOf<exposureModeNames, &Detector::GetExposureMode, &Detector::SetExposureMode>>(
             "exposure_mode", "", "exposure mode, by the bits of register 0"),
         row<OneOf<triggerSourceNames, &Detector::GetTriggerSource, &Detector::SetTriggerSource>>(
@@ -254,6 +278,11 @@ void setRegion(QuorinDetector& detector, const Region& region) {
         detector.SetROIArea(region.width, region.height, *region.startRow);
     else
         detector.SetROIArea(region.width, region.height);
+}
+
+void setExposureTime(QuorinDetector& detector, float timeMs) {
+    checkExposureTime(detector, "exposure_time_ms", timeMs);
+    detector.SetExposureTime(timeMs);
 }
 
 std::string settingText(const Json& value) {

@@ -52,6 +52,10 @@ std::vector<std::string> settingNames();
 std::optional<Region> parseRegion(std::string_view text);
 void setRegion(QuorinDetector& detector, const Region& region);
 
+/// Sets the exposure time. One that the detector's registers can't hold throws a `std::runtime_error` that names the
+/// longest.
+void setExposureTime(QuorinDetector& detector, float timeMs);
+
 /// A value as `set` takes it.
 std::string settingText(const nlohmann::ordered_json& value);
 

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
+#include <new>
 
 #include "QuorinDetector.h"
 #include "detector/CallTrace.h"
@@ -62,6 +64,9 @@ TEST(CallTrace, ArgumentsPrintByTheirTypes) {
     EXPECT_EQ(textOf(&function), address(reinterpret_cast<const void*>(&function)));
     EXPECT_EQ(textOf(record(TransportGE, 0)), "DevInfo{7, -8, 1, \"sim:5101\", 3, 0}");
     EXPECT_EQ(textOf(full), "DevInfo{7, -8, 1, \"" + std::string(52, 'p') + "\", 3, 0}");
+    alignas(DevInfo) std::array<unsigned char, sizeof(DevInfo)> used;
+    used.fill(0xFF);
+    EXPECT_EQ(textOf(*new (used.data()) DevInfo), "DevInfo{0, 0, 0, \"\", 0, 0}");
     EXPECT_EQ(textOf(image), "QorImage{4x3x2:2}");
     EXPECT_EQ(textOf(trace::Floats{values, 3}, std::size_t{3}), "{1.5, 0.1, 100}, 3");
     EXPECT_EQ(textOf(trace::Floats{values, 0}, std::size_t{0}), "{}, 0");

@@ -322,7 +322,7 @@ TEST_P(HostileArguments, OpensThatCannotBeLeaveTheObjectUsable) {
     for (const int unit : {-1, most, least})
         if (!road.isGigE()) nobodys.push_back(std::make_unique<QuorinDetector>(TransportCL, unit, nullptr));
     DevInfo brimful{};
-    std::memset(&brimful, 'p', sizeof(brimful));
+    std::memset(static_cast<void*>(&brimful), 'p', sizeof(brimful));
     brimful.iface = road.transport;
     brimful.grabberFlag = road.isGigE() ? 0 : 1;
     nobodys.push_back(std::make_unique<QuorinDetector>(brimful));

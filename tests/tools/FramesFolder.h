@@ -41,7 +41,9 @@ inline std::vector<Page> readPages(const std::string& path) {
         for (std::uint32_t row = 0; row < page.height; ++row)
             TIFFReadScanline(file.get(), page.pixels.data() + std::size_t{row} * page.width, row);
         pages.push_back(std::move(page));
+        if (TIFFLastDirectory(file.get()) != 0) return pages;
     } while (TIFFReadDirectory(file.get()) == 1);
+    ADD_FAILURE() << path << " names a page after the last one that can be read";
     return pages;
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -26,6 +28,15 @@ inline ToolRun runTool(const std::vector<std::string>& arguments, std::stringbuf
     std::ostream err(&errors);
     const int status = tool::run(static_cast<int>(argv.size()), argv.data(), out, err);
     return {status, out.str(), errors.str()};
+}
+
+/// What a command of the shell prints on its standard output.
+inline std::string printedBy(const std::string& command) {
+    std::string text;
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::array<char, 4096> part{};
+    while (pipe != nullptr && std::fgets(part.data(), part.size(), pipe.get()) != nullptr) text += part.data();
+    return text;
 }
 
 /// The simulated detector of a profile, made to expose by trigger alone: each snap takes exactly one frame of it.

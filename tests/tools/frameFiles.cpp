@@ -3,12 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <numeric>
 
 #include "tests/tools/StoredFrames.h"
 #include "tests/tools/ToolRun.h"
+#include "tools/DiskSpace.h"
+#include "tools/Hdf5Driver.h"
 #include "tools/PngWriter.h"
 #include "tools/TiffWriter.h"
 
@@ -84,24 +88,16 @@ TEST_F(ToolFrameFiles, AnOddSizedRunComesBackPixelForPixelWithAllThatIsKnownOfIt
 TEST_F(ToolFrameFiles, ADirectoryTakesAFileOfEachFrameInAnyFormat) {
     for (const std::string& extension : lossless) {
         SCOPED_TRACE(extension);
-        writeOddRun(tool::parseDestination({folder.string(), extension, "", {}}));
+        const fs::path filled = folder / extension;
+        fs::create_directory(filled);
+        writeOddRun(tool::parseDestination({filled.string(), extension, "", {}}));
         for (const int number : {0, 1, 3}) {
-            const std::string file = (folder / ("frame_00000" + std::to_string(number + 1) + "." + extension)).string();
+            const std::string file = (filled / ("frame_00000" + std::to_string(number + 1) + "." + extension)).string();
             EXPECT_EQ(readFrames(file).frames, std::vector<Pixels>{oddFrame(number)});
         }
     }
     writeOddRun(tool::parseDestination({folder.string(), "png", "", {}}));
     EXPECT_EQ(readPng((folder / "frame_000004.png").string()).pixels.size(), oddRun().pixels());
-}
-
-/// What another program sees in a file.
-std::string h5dump(const std::string& options, const std::string& file) {
-    std::string text;
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("h5dump " + options + " " + file + " 2>&1").c_str(), "r"),
-                                                     pclose);
-    std::array<char, 4096> part{};
-    while (pipe != nullptr && std::fgets(part.data(), part.size(), pipe.get()) != nullptr) text += part.data();
-    return text;
 }
 
 TEST_F(ToolFrameFiles, H5dumpReadsTheLayout) {
@@ -130,7 +126,7 @@ TEST_F(ToolFrameFiles, H5dumpReadsTheLayout) {
         {"-d /entry/instrument/detector/description", {"\"image detector, model 6112\""}},
     };
     for (const Seen& seen : cases) {
-        const std::string text = h5dump(seen.options, file);
+        const std::string text = printedBy(std::string("h5dump ") + seen.options + " " + file + " 2>&1");
         for (const char* const expected : seen.texts) EXPECT_THAT(text, HasSubstr(expected)) << seen.options;
     }
 }
@@ -194,23 +190,160 @@ TEST_F(ToolFrameFiles, APngIsTheLastFrameThroughItsWindow) {
     EXPECT_THAT(runTool(withWindow).out, HasSubstr("the last of 2 frames, window 1000 to 9000\n"));
 }
 
-TEST_F(ToolFrameFiles, NothingIsLeftOfAFileThatTheDiskHasNoRoomForAndTheOlderOneStays) {
-    for (const std::string extension : {"tif", "raw", "png", "h5", "nxs"}) {
+TEST_F(ToolFrameFiles, AFullDiskKeepsTheFramesThatWereWrittenInEveryFormat) {
+    for (const std::string extension : {"tif", "raw", "h5"})
         for (const char* const command : {"snap", "live"}) {
             SCOPED_TRACE(extension + " " + command);
-            std::ofstream(named(extension)) << "older";
-            const FileSizeLimit limit(extension == "png" ? 300000 : 4000000);
-            const ToolRun run = runTool({"-d", "ge:sim:5101", command, "--count", "10", "--exposure", "20", "--picture",
-                                         "phantom", "--output", named(extension)});
+            simulator::Rack::instance().reset();
+            const std::string file = named(extension);
+            std::ofstream(file) << "older";
+            const FileSizeLimit limit(12000000);  // four frames and a half
+            const std::vector<std::string> arguments{"-d",         "ge:sim:5101", command,    "--count", "10",
+                                                     "--exposure", "40",          "--output", file,      "--json"};
+            const ToolRun run = runTool(arguments);
             EXPECT_EQ(run.status, 1);
-            EXPECT_THAT(run.err, HasSubstr("error: cannot write " + named(extension) + ": "));
-            if (extension != "tif") {  // libtiff has words of its own
-                EXPECT_THAT(run.err, HasSubstr("File too large"));
+            const auto told = nlohmann::json::parse(run.out);
+            EXPECT_EQ(told.at("error").at("text"),
+                      "cannot write " + file + ": File too large; " + file + " holds the 4 frames before it");
+            EXPECT_EQ(told.at("frames_kept"), 4);
+            EXPECT_EQ(told.at("output"), file);
+            const StoredFrames stored = readFrames(file);
+            EXPECT_EQ(stored.numbers, (std::vector<int>{1, 2, 3, 4}));
+            ASSERT_EQ(stored.frames.size(), 4U);
+            const auto exposed = [&](std::uint64_t number) {
+                return simulator::patternFrame(number, stored.width, stored.height, 1, 1);
+            };
+            std::uint64_t number = 0;  // as exposed; a detector that runs free exposes some between two snaps
+            for (const Pixels& frame : stored.frames) {
+                do ++number;
+                while (number < 100 && frame != exposed(number));
+                EXPECT_LT(number, 100U) << "a frame that was never exposed, or out of order";
             }
-            EXPECT_EQ(fs::file_size(named(extension)), 5U);
-            EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
-            fs::remove(named(extension));
+            EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), extension == "raw" ? 2 : 1);
+            fs::remove(file);
+            fs::remove(named("json"));
         }
+}
+
+TEST_F(ToolFrameFiles, NothingIsLeftOfAFileWithoutAWholeFrameAndTheOlderOneStays) {
+    for (const std::string extension : {"tif", "raw", "png", "h5", "nxs"}) {
+        SCOPED_TRACE(extension);
+        std::ofstream(named(extension)) << "older";
+        const FileSizeLimit limit(extension == "png" ? 10000 : 2000000);
+        const ToolRun run = runTool({"-d", "ge:sim:5101", "snap", "--exposure", "40", "--output", named(extension)});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.err, "error: cannot write " + named(extension) + ": File too large\n");
+        EXPECT_EQ(fs::file_size(named(extension)), 5U);
+        EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
+        fs::remove(named(extension));
+    }
+}
+
+/// Writes three frames or as many as fit, as a run does; how many came through.
+std::size_t writeUpToFailure(tool::FrameFiles& files) {
+    std::size_t written = 0;
+    try {
+        for (; written < 3; ++written) {
+            const Pixels pixels = oddFrame(static_cast<int>(written));
+            files.write({static_cast<int>(written), 2, 0, {}, pixels.data()});
+        }
+    } catch (const std::runtime_error&) {
+        files.dropFailed();
+    }
+    if (written > 0) files.commit();
+    return written;
+}
+
+TEST_F(ToolFrameFiles, ATiffIsCutBackToItsWholePagesWhereverTheDiskEnds) {
+    for (const std::uint64_t expectedBytes : {std::uint64_t{1000}, std::uint64_t{1} << 33}) {
+        std::vector<std::size_t> counts;
+        for (rlim_t limit = 16; counts.empty() || counts.back() < 3; limit += 6) {
+            SCOPED_TRACE(limit);
+            const FileSizeLimit full(limit);
+            tool::TiffWriter writer(output, oddRun(), expectedBytes);
+            counts.push_back(writeUpToFailure(writer));
+            std::vector<Pixels> frames;
+            for (std::size_t number = 0; number < counts.back(); ++number)
+                frames.push_back(oddFrame(static_cast<int>(number)));
+            ASSERT_EQ(readFrames(output).frames, frames);
+            fs::remove(output);
+        }
+        for (const std::size_t count : {0U, 1U, 2U}) EXPECT_GT(std::count(counts.begin(), counts.end(), count), 20);
+    }
+}
+
+TEST_F(ToolFrameFiles, AnHdf5FileStaysSoundWithoutTheFrameThatTheDiskRefused) {
+    constexpr int side = 128;
+    const Pixels pixels(std::size_t{side} * side, 7);
+    const tool::hdf5::Quiet quiet;
+    tool::PartialFile file(named("h5"));
+    tool::hdf5::DiskErrors errors;
+    hsize_t whole = 0;
+    const FileSizeLimit full(200000);
+    {
+        const tool::hdf5::Handle root = tool::hdf5::createFileIn(file.descriptor(), errors);
+        tool::hdf5::FrameArray frames(root, "data", side, side, 0);
+        for (; errors.data == 0 && whole < 100; ++whole) frames.append(pixels.data());
+        frames.keepFirst(--whole);
+    }
+    EXPECT_EQ(errors.data, EFBIG);
+    EXPECT_EQ(errors.structure, 0);
+    file.commit();
+    const Hdf5Reader reader(named("h5"));
+    EXPECT_EQ(reader.shape("data"), (std::vector<hsize_t>{whole, side, side}));
+    EXPECT_THAT(reader.numbers<std::uint16_t>("data", H5T_NATIVE_UINT16), testing::Each(7));
+}
+
+TEST(DiskSpaceOfARun, RefusesWhatCertainlyDoesNotFitOnly) {
+    using tool::FileFormat;
+    using tool::Fit;
+    const struct {
+        const char* what;
+        FileFormat format;
+        int compression;
+        bool intoDirectory;
+        tool::DiskSpace disk;
+        Fit fit;
+    } rows[] = {
+        {"just fits", FileFormat::Raw, 0, false, {2000, 2000, false}, Fit::Fits},
+        {"a byte short", FileFormat::Tiff, 0, true, {1999, 1999, false}, Fit::DoesNotFit},
+        {"in what is reserved for root", FileFormat::Hdf5, 0, false, {2000, 1999, false}, Fit::MayNotFit},
+        {"the disk compresses", FileFormat::Raw, 0, false, {1999, 1999, true}, Fit::MayNotFit},
+        {"the file is compressed", FileFormat::Hdf5, 1, false, {1999, 1999, false}, Fit::MayNotFit},
+        {"one preview", FileFormat::Png, 0, false, {100, 100, false}, Fit::Fits},
+        {"a preview of each frame", FileFormat::Png, 0, true, {999, 999, false}, Fit::MayNotFit},
+    };
+    for (const auto& row : rows) {
+        tool::Destination output;
+        output.format = row.format;
+        output.compression = row.compression;
+        EXPECT_EQ(fitOn(row.disk, neededSpace(output, {10, 100, row.intoDirectory})), row.fit) << row.what;
+    }
+}
+
+TEST_F(ToolFrameFiles, ARunThatDoesNotFitOnTheDiskIsRefusedAndACompressedOneWarns) {
+    for (const char* const command : {"snap", "live"}) {
+        const ToolRun refused = runTool({"-d", "ge:sim:5101", command, "--count", "2000000000", "--output", output});
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_THAT(refused.err, testing::ContainsRegex("2000000000 frames need 5.3 PB, [0-9.]+ [MGT]B are free; there "
+                                                        "is space for [0-9]+\n"));
+        EXPECT_TRUE(fs::is_empty(folder));
+    }
+    const FileSizeLimit limit(4000000);
+    const ToolRun warned =
+        runTool({"-d", "ge:sim:5101", "live", "--count", "2000000000", "--output", named("h5"), "--compress", "1"});
+    EXPECT_EQ(warned.status, 1);
+    EXPECT_THAT(warned.err, HasSubstr("warning: " + named("h5") + ": 2000000000 frames need up to 5.3 PB, "));
+    EXPECT_FALSE(readFrames(named("h5")).frames.empty());
+}
+
+TEST_F(ToolFrameFiles, ADirectoryWithFramesOfAnEarlierRunIsRefused) {
+    std::ofstream(folder / "frame_notes.txt") << "no frame";
+    writeOddRun(tool::parseDestination({folder.string(), "raw", "", {}}));
+    for (const char* const format : {"raw", "tif"}) {
+        const ToolRun run = runTool({"snap", "--output", folder.string(), "--format", format});
+        EXPECT_EQ(run.status, 2);
+        EXPECT_THAT(run.err, HasSubstr(folder.string() + " holds frames of an earlier run (frame_000001.json), which"));
     }
 }
 

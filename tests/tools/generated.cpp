@@ -22,11 +22,7 @@ namespace {
 
 /// What a shell command prints, on both streams.
 std::string printed(const std::string& command) {
-    const std::unique_ptr<FILE, decltype(&pclose)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
-    std::string all;
-    std::array<char, 1000> piece{};
-    while (pipe != nullptr && std::fgets(piece.data(), piece.size(), pipe.get()) != nullptr) all += piece.data();
-    return all;
+    return printedBy(command + " 2>&1");
 }
 
 bool isInstalled(const std::string& program) {
@@ -52,8 +48,8 @@ TEST_F(ToolGenerated, ManPageRendersWithoutAWarning) {
     const std::string page = printed("groff -man -Tascii -P-cbou " + made("man"));
     for (const std::string heading : {"NAME", "SYNOPSIS", "OPTIONS", "COMMANDS", "SETTINGS", "EXIT STATUS"})
         EXPECT_THAT(page, HasSubstr("\n" + heading + "\n"));
-    EXPECT_THAT(page,
-                AllOf(HasSubstr("qrapi snap --output FILE|DIR [options]"), HasSubstr("qrapi pulse run HZ --for SEC")));
+    EXPECT_THAT(page, AllOf(HasSubstr("qrapi snap [ADDRESS] --output FILE|DIR [options]"),
+                            HasSubstr("qrapi pulse run HZ --for SEC")));
 }
 
 TEST_F(ToolGenerated, TextsTellEveryCommandOptionAndSetting) {

@@ -80,7 +80,7 @@ TEST_F(ToolLiveFiles, AnInterruptKeepsWhatCameBeforeInEachFormat) {
             support::until([] { return simulator::Rack::instance().find(address)->ledger().delivered >= 4; });
             std::raise(SIGINT);
         });
-        const ToolRun run = runTool({"-d", std::string("ge:") + address, "live", "--count", "100000", "--set",
+        const ToolRun run = runTool({"-d", std::string("ge:") + address, "live", "--count", "10000", "--set",
                                      "binning=4x4", "--exposure", "20", "--output", named(extension)});
         user.join();
         std::signal(SIGINT, handlerBefore);

@@ -3,11 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <utility>
 
@@ -202,6 +205,47 @@ TEST_F(MaintenanceCommands, ConfigurationIsCheckedLineByLineBeforeAnythingIsSent
     EXPECT_EQ(hardware()->readRegister(3), 4);
     EXPECT_EQ(runTool({"config", "load", folder.string(), "--check"}).status, 1);
     EXPECT_EQ(runTool({"config", "load", "/dev/zero"}).status, 1) << "a file without an end";
+}
+
+namespace {
+
+/// Keeps what is printed, and interrupts the program after the second line.
+class InterruptingText : public std::stringbuf {
+protected:
+    int sync() override {
+        if (!wasRaised && std::count(view().begin(), view().end(), '\n') == 2) wasRaised = std::raise(SIGINT) == 0;
+        return 0;
+    }
+
+private:
+    bool wasRaised = false;
+};
+
+}  // namespace
+
+TEST_F(MaintenanceCommands, WatchedTemperaturesHaveTheLocalTime) {
+    setenv("TZ", "XST-03:30", 1);
+    tzset();
+    auto* const handlerBefore = std::signal(SIGINT, SIG_DFL);
+    const std::string time = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}\+03:30)";
+    const struct {
+        const char* form;
+        std::string line;
+    } rows[] = {
+        {"--quiet", time + "  sensor 1: 35\\.0 C\n"},
+        {"--json", R"(\{"time":")" + time + R"(","temperatures":\[\{"sensor":1,"temperature_celsius":35.0\}\]\}\n)"},
+    };
+    for (const auto& row : rows) {
+        const std::array argv{"qrapi", "temperature", "--sensor", "1", "--watch", "5", row.form};
+        InterruptingText text;
+        std::ostream out(&text);
+        std::ostringstream err;
+        EXPECT_EQ(tool::run(static_cast<int>(argv.size()), argv.data(), out, err), tool::exitInterrupted);
+        EXPECT_TRUE(std::regex_match(text.str(), std::regex("(" + row.line + "){2}"))) << text.str();
+    }
+    std::signal(SIGINT, handlerBefore);
+    unsetenv("TZ");
+    tzset();
 }
 
 TEST_F(MaintenanceCommands, RegistersCommandsTemperaturesAndPower) {

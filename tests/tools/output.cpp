@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <regex>
 
+#include "platform/DataFolder.h"
 #include "platform/VirtualClock.h"
 #include "tests/tools/FramesFolder.h"
 #include "tests/tools/ToolRun.h"
@@ -138,6 +141,46 @@ TEST_F(ToolOutput, VerboseShowsEachCallWithItsTime) {
     EXPECT_THAT(failed.err, HasSubstr("EXCEPTION: Problem Opening Connection"));
     EXPECT_EQ(json::parse(failed.out).at("error").at("code"), 5);
     EXPECT_THAT(runTool({"-d", "ge:sim:5101", "info"}).err, IsEmpty()) << "for its own command alone";
+}
+
+/// What a command line of the program itself prints, and its status.
+std::string shell(const std::string& arguments) {
+    return printedBy("(" QRAPI_COMMAND " " + arguments + "); echo status $?");
+}
+
+TEST_F(ToolOutput, OfAStandardOutputThatFailsIsAFailure) {
+    const struct {
+        const char* arguments;
+        const char* reason;
+    } rows[] = {
+        {"list 2>&1 >/dev/full", "No space left on device"},
+        {"--help 2>&1 >/dev/full", "No space left on device"},
+        {"info --json cl:3 2>&1 >/dev/full", "No space left on device"},
+        {"list 2>&1 >&-", "Bad file descriptor"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(shell(row.arguments),
+                  std::string("error: cannot write to the standard output: ") + row.reason + "\nstatus 1\n");
+    EXPECT_THAT(shell("snap cl:3 --exposure 40 --output " + output + " 2>&1 >&-"), HasSubstr("status 1"));
+    EXPECT_EQ(readPages(output).size(), 1U) << "no text went into the file in place of the closed stream";
+}
+
+TEST_F(ToolOutput, TellsOnceThatThereIsNoLogAndWhy) {
+    const struct {
+        platform::DataFolder folder;
+        const char* reason;
+    } rows[] = {
+        {{-EACCES, ""}, "the folder of the log is not known: Permission denied"},
+        {{0, file("data", "no folder")}, "data/Selvo can't be made: Not a directory"},
+    };
+    for (const auto& row : rows) {
+        const platform::ScopedDataFolder home(row.folder.path, row.folder.result);
+        const ToolRun run = runTool({"info", "ge:sim:5101"});
+        EXPECT_EQ(run.status, 0);
+        EXPECT_THAT(run.err, AllOf(StartsWith("warning: no log is written: "), HasSubstr(row.reason)));
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
+    }
+    EXPECT_THAT(runTool({"info", "ge:sim:5101"}).err, IsEmpty());
 }
 
 TEST_F(ToolOutput, HasNeitherColourNorProgressBesidesATerminal) {

@@ -50,6 +50,7 @@ protected:
 };
 
 TEST_F(ToolReport, HoldsWhatIsKnownOfADetectorAsTextAndAsJson) {
+    ASSERT_EQ(runTool({"info", "ge:sim:5101"}).status, 0);
     const ToolRun run = report("ge:sim:6112-kestrane", {"--log-lines", "20"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out, "wrote " + output + ", 11 files\n");
@@ -76,6 +77,14 @@ TEST_F(ToolReport, HoldsWhatIsKnownOfADetectorAsTextAndAsJson) {
     const std::string& log = files.at("qrapi-report/log.txt");
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 20);
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
+}
+
+TEST_F(ToolReport, QuotesTheLogFromBeforeItsOwnCalls) {
+    ASSERT_EQ(runTool({"-d", "ge:sim:5101", "send", "R1124"}).status, 0);
+    ASSERT_EQ(report("ge:sim:6112-kestrane", {"--log-lines", "100"}).status, 0);
+    const std::string log = unpacked(output).at("qrapi-report/log.txt");
+    EXPECT_THAT(log, HasSubstr("SERIAL: R1124 -> S05101"));
+    EXPECT_THAT(log, testing::Not(HasSubstr("6112")));
 }
 
 TEST_F(ToolReport, OfADetectorThatCannotBeOpenedHoldsTheFailure) {

@@ -99,14 +99,6 @@ TEST_F(ToolSnap, KeepsTheOlderFileWhenALaterFrameFails) {
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
 }
 
-TEST_F(ToolSnap, LeavesNoFileWhenTheDiskIsFull) {
-    const FileSizeLimit limit(1000000);
-    const ToolRun run = snap("5309", {"--exposure", "80"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.err, HasSubstr("error: cannot write " + output));
-    EXPECT_TRUE(fs::is_empty(folder));
-}
-
 /// Ten frames on the virtual clock, of a detector that exposes by the snap's trigger.
 class ToolSnapInterrupted : public FramesFolder {
 protected:
