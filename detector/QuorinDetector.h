@@ -223,9 +223,10 @@ public:
     /// returns. Not during a live run: on GigE the call isn't refused then and stops the acquisition, so the run gets
     /// no further frame, reports no error and stays live until `GoUnLive`. Fails with code 13 if no frame came
     /// (transport error 30 on GigE, 258 on Camera Link) or a bad one, for a buffer outside the ring with 12 on GigE and
-    /// 13 on Camera Link; with the live error if there is one by then. On GigE the frame's signal stays for the next
-    /// `WaitImage`. On Camera Link it is taken; a frame that another wait got less than 50 ms before counts for both
-    /// kinds of wait, so leave as much between a `WaitImage` and a `Snap`.
+    /// 13 on Camera Link; with the live error if there is one by then. On GigE the frame's signal remains for the next
+    /// `WaitImage`. On Camera Link the call waits for that signal itself. It returns before its frame is there if a
+    /// signal of an earlier frame has not been consumed, or if a `WaitImage` got a frame less than 50 ms before: call
+    /// `WaitImage(0)` after a run and leave 50 ms.
     void Snap(int buffer, int timeoutMs);
     /// Takes frames without end into the whole ring, over and over, until `GoUnLive`.
     void GoLiveSeq();

@@ -74,8 +74,8 @@ void printFacts(const Json& facts, std::ostream& out);
 /// Opens a detector and prints what it is and can do.
 void info(const Preparation& preparation, Output& output);
 
-/// Takes frames and writes them. A failure leaves no file, in a directory the files that are whole; a failure to write a
-/// frame leaves the frames before it. After a signal the frame in progress is the last one. Returns `exitSuccess` or
+/// Takes frames and writes them. A failure leaves no file, in a directory the files that are whole; a failure to write
+/// a frame leaves the frames before it. After a signal the frame in progress is the last one. Returns `exitSuccess` or
 /// `exitInterrupted`.
 int snap(const SnapRequest& request, Output& output);
 
