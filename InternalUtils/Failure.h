@@ -5,8 +5,14 @@
 
 #include "QuorinException.h"
 
-/// Throws a `QuorinException`; source line and file come by themselves.
-/// @param function  qualified name of the throwing function, such as "baseDetector::SetGapTime"
+/// Throws a `QuorinException`.
+/// @param message           the plain message
+/// @param code              error code
+/// @param function          qualified name of the throwing function, such as "baseDetector::SetGapTime"
+/// @param transportError    status of the vendor library, or the value that was refused
+/// @param transportMessage  text of the vendor library
+/// @param line              of the caller, by default
+/// @param file              of the caller, by default
 [[noreturn]] void fail(const char* message, Derr code, const char* function, int transportError = 0,
                        const char* transportMessage = "", int line = __builtin_LINE(),
                        const char* file = __builtin_FILE());
@@ -17,10 +23,10 @@
     fail(message.c_str(), code, function, transportError, transportMessage, line, file);
 }
 
-/// The part of a path behind its last slash or backslash.
+/// The part of a path after its last slash or backslash.
 const char* baseName(const char* path);
 
-/// Runs `body`; a `QuorinException` on its way out gets the layer's name added. Others pass unchanged.
+/// Runs `body` and adds the layer's name to a `QuorinException` that passes. Others pass unchanged.
 template <class Body>
 decltype(auto) layer(const char* function, Body&& body) {
     try {

@@ -12,26 +12,26 @@
 inline constexpr const char* bufferRangeText = "The requested buffer is outside of the allocated range!";
 inline constexpr const char* noMemoryText = "Insufficient Memory on system!";
 
-/// A set of equal memory blocks. Locks nothing; index and sizes are checked.
+/// A set of equal memory blocks. No lock; indexes and sizes are checked.
 class RAIIBuffer {
 public:
-    /// Allocates `count` blocks of `blockSize` bytes; a count of 0 allocates none.
-    /// Fails with code 12 if memory is short or a number is negative; nothing stays allocated then.
+    /// Allocates `count` blocks of `blockSize` bytes; 0 blocks are allowed. Fails with code 12, and keeps no memory, if
+    /// memory is short or a number is negative.
     RAIIBuffer(int count, int blockSize);
     ~RAIIBuffer();
     RAIIBuffer(const RAIIBuffer&) = delete;
     RAIIBuffer& operator=(const RAIIBuffer&) = delete;
 
-    /// The block, 0 to count - 1; null after a `ReAlloc` that failed at it. Fails with code 12 out of range.
+    /// Block `index`, 0 to count - 1; null if a `ReAlloc` failed at it. Fails with code 12 out of range.
     void* GetBuffer(int index) const;
 
-    /// Bytes that the block really has, whatever a failed `ReAlloc` left.
+    /// Actual bytes of a block, also after a failed `ReAlloc`. Fails with code 12 out of range.
     std::size_t GetBlockSize(int index) const;
 
     int GetCount() const { return static_cast<int>(blocks.size()); }
 
-    /// Replaces every block; content is lost. Fails with code 12 midway: the blocks before have the new size, the
-    /// failed one is null, the rest keep their old size.
+    /// Replaces every block; content is lost. Fails with code 12 at the first block without memory: that one is null,
+    /// those before it have the new size, those after it keep the old one.
     void ReAlloc(int newBlockSize);
 
 private:
@@ -58,11 +58,12 @@ public:
     RAIIFile(const RAIIFile&) = delete;
     RAIIFile& operator=(const RAIIFile&) = delete;
 
-    /// Reads up to `length` bytes and returns how many came; a short read is no failure, ask `feof`.
-    /// Fails with code 10 on a file opened for writing, and on a stream error with the system's number and text.
+    /// Reads up to `length` bytes. A short read is no failure: see `feof`. Fails with code 10 on a file opened for
+    /// writing, and on a stream error, with the system's number and text.
+    /// @return bytes read
     std::size_t read(void* buffer, int length);
 
-    /// Non-zero once a read has met the end of the file.
+    /// Not 0 once a read has reached the end of the file.
     int feof() const;
 
 private:

@@ -6,7 +6,7 @@ public:
     /// The empty rectangle at the origin.
     ROIArea() = default;
 
-    /// Fails with code 4 on a negative value; zero passes.
+    /// Fails with code 4 for a negative value.
     ROIArea(int startColumn, int startRow, int width, int height);
 
     int GetStartColumn() const { return startColumn; }
@@ -14,7 +14,7 @@ public:
     int GetWidth() const { return width; }
     int GetHeight() const { return height; }
 
-    /// The row behind the last one.
+    /// The row after the last one.
     int GetEndRow() const { return startRow + height; }
 
     bool operator!=(const ROIArea& other) const;

@@ -10,7 +10,7 @@
 enum Derr : std::int32_t {
     DerrWrongTransport = 2,  ///< wrong class for the transport
     DerrBadRequest = 4,      ///< bad argument, unsupported model or setting, wrong state of open or live
-    DerrTransport = 5,       ///< a vendor call failed, or the detector did not answer
+    DerrTransport = 5,       ///< not open, a vendor call failed, or a bad answer of the detector
     DerrExposure = 8,        ///< exposure window or time not set
     DerrSerialCommand = 9,   ///< a serial command failed or its effect timed out
     DerrFile = 10,           ///< files and paths
@@ -18,7 +18,7 @@ enum Derr : std::int32_t {
     DerrResources = 12,      ///< memory and buffer range
     DerrAcquisition = 13,    ///< snap failed, no frame in time
     DerrBinning = 14,        ///< invalid binning
-    DerrWrapped = 15,        ///< an exception that was no `QuorinException`
+    DerrWrapped = 15,        ///< an exception of another type
     DerrNullPointer = 16,    ///< device information missing
     DerrCallback = 17,       ///< callback change refused during acquisition
 };
@@ -26,12 +26,12 @@ enum Derr : std::int32_t {
 /// The enumerator's name, such as "DerrTransport"; "unknown" for any other value.
 QRAPI_EXPORT const char* DerrName(Derr code) noexcept;
 
-/// The one exception type that leaves the library.
+/// The only exception type that leaves the library.
 ///
-/// Immutable; a copy shares its content, costs one reference count and never throws. Any thread may hold,
-/// copy and read a copy.
+/// Immutable; copies share the content, and copying never throws. Any thread may hold, copy and read a copy.
 class QRAPI_EXPORT QuorinException : public std::exception {
 public:
+    /// A null text counts as empty.
     /// @param message           the plain message
     /// @param code              error code
     /// @param line              source line of the throw
@@ -39,11 +39,12 @@ public:
     /// @param function          qualified name of the throwing function
     /// @param transportError    status of the vendor library, or 0
     /// @param transportMessage  text of the vendor library, or an empty string
-    /// A null text counts as empty.
     QuorinException(const char* message, Derr code, int line, const char* file, const char* function,
                     int transportError, const char* transportMessage);
 
-    /// Copies `inner` and adds the name of a layer that it passed. `GetFunctionName` stays the thrower's.
+    /// Copies `inner` and adds the name of a layer that it passed. `GetFunctionName` keeps the function that threw.
+    /// @param inner     the exception that passes
+    /// @param function  qualified name of the layer's function
     QuorinException(const QuorinException& inner, const char* function);
 
     QuorinException(const QuorinException& other) noexcept;             ///< shares the other's content
@@ -54,11 +55,11 @@ public:
     const char* what() const noexcept override;
 
     Derr GetCode() const noexcept;                     ///< error code
-    int GetTransportError() const noexcept;            ///< status of the vendor library; 0 if it had no part
-    const char* GetTransportMessage() const noexcept;  ///< text of the vendor library; empty if it had no part
+    int GetTransportError() const noexcept;            ///< status of the vendor library or the refused value; else 0
+    const char* GetTransportMessage() const noexcept;  ///< text of the vendor library; empty if not involved
     int GetLineNumber() const noexcept;                ///< source line of the throw
     const char* GetFileName() const noexcept;          ///< base name of the source file that threw
-    /// The function that threw, exactly as given there, through any number of re-wraps.
+    /// Qualified name of the function that threw; layers that the exception passed do not change it.
     const char* GetFunctionName() const noexcept;
 
 private:

@@ -5,10 +5,9 @@
 
 #include "enumerations.h"
 
-/// How one binning mode divides the panel and how the registers hold it.
-/// Shared by the library and by the simulated detector.
+/// A binning mode: its factors and its register values. Shared by the library and the simulated detector.
 struct BinningMode {
-    bins mode;
+    bins mode;                     ///< the mode
     int columnFactor;              ///< sensor columns per output pixel
     int rowFactor;                 ///< sensor rows per output pixel
     std::uint16_t columnRegister;  ///< value of register 10
@@ -43,7 +42,7 @@ constexpr const BinningMode* findBinning(int mode) {
     return nullptr;
 }
 
-/// The plain mode that registers 10 and 9 spell; `Bin1x1` for a pair that is in no row.
+/// The unflagged mode with these values of registers 10 and 9; `Bin1x1` if there is none.
 constexpr bins binningFromRegisters(int columnRegister, int rowRegister) {
     for (const BinningMode& row : binningTable)
         if (row.flagBits == 0 && row.columnRegister == columnRegister && row.rowRegister == rowRegister)

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-/// Enumerations shared by the library, the image component and the application.
-/// The values are fixed: they cross library borders and key the timing tables.
+/// Enumerations shared by the library, the image component and the application. The values are fixed: they are part of
+/// the binary interface and keys of the timing tables.
 
 /// The transport between application and detector.
 enum DetectorInterface : std::int32_t {
@@ -11,9 +11,9 @@ enum DetectorInterface : std::int32_t {
     TransportGE = 1,  ///< GigE Vision
 };
 
-/// Binning modes. `Bin1x2` combines 1 sensor column and 2 sensor rows into one output pixel, and so on.
-/// The flagged modes have the geometry of their plain twins and are set through flag bits, with both
-/// binning registers at 1. There is no value 0.
+/// Binning modes. `Bin1x2` combines 1 sensor column and 2 sensor rows into one output pixel, and so on. The flagged
+/// modes have the geometry of the unflagged ones and are set by flag bits, with both binning registers at 1. There is
+/// no value 0.
 enum bins : std::int32_t {
     Bin1x1 = 1,
     Bin1x2 = 2,
@@ -26,7 +26,7 @@ enum bins : std::int32_t {
     Bin4x4 = 9,
     Bin2x2Flagged = 10,
     Bin4x4Flagged = 11,
-    BinUnknown = 12,  ///< no detector mode: the binning of an image whose parameters were never set
+    BinUnknown = 12,  ///< no detector mode: an image whose parameters were never set
 };
 
 /// Exposure modes, held in register 0.

@@ -2,18 +2,17 @@
 
 #include <array>
 
-/// One row per detector model with a known geometry; unbinned values, region of interest off.
-/// Shared by the library and by the simulated detector.
+/// The geometry of a detector model, unbinned and without a region. Shared by the library and the simulated detector.
 struct PanelModel {
-    int model;
+    int model;          ///< as register 124 reports it
     int sensorWidth;    ///< columns of one sensor
     int sensorHeight;   ///< rows of one sensor
     int sensorsAcross;  ///< sensors side by side
     int sensorsDown;    ///< sensors one above the other
 
-    constexpr int sensorCount() const { return sensorsAcross * sensorsDown; }
-    constexpr int imageWidth() const { return sensorWidth * sensorsAcross; }
-    constexpr int imageHeight() const { return sensorHeight * sensorsDown; }
+    constexpr int sensorCount() const { return sensorsAcross * sensorsDown; }  ///< sensors of the panel
+    constexpr int imageWidth() const { return sensorWidth * sensorsAcross; }   ///< columns of the panel
+    constexpr int imageHeight() const { return sensorHeight * sensorsDown; }   ///< rows of the panel
 };
 
 inline constexpr std::array<PanelModel, 6> panelTable{{

@@ -19,7 +19,7 @@ CallTrace::~CallTrace() {
 namespace trace {
 
 void put(Text& to, const DevInfo& info) {
-    // The record comes from the application: its text may fill the field without a terminator.
+    // The application's text may fill the field without a terminator.
     const std::string_view param(info.param, strnlen(info.param, sizeof(info.param)));
     to.format("DevInfo{{{}, {}, {}, \"{}\", {}, {}}}", info.id0, info.id1, static_cast<int>(info.iface), param,
               info.unit, info.grabberFlag);

@@ -14,7 +14,7 @@
 #include "detector/LogText.h"
 #include "detector/attempt.h"
 
-/// Arguments and results as the trace prints them, beside what LogText.h knows.
+/// Arguments and results that only the trace of public calls prints.
 namespace trace {
 
 void put(Text& to, const DevInfo& info);
@@ -29,11 +29,12 @@ void put(Text& to, const Floats& array);
 
 }  // namespace trace
 
-/// The trace of one public call: an ENTER line when it is made, an EXIT line when it goes. Lines that there is no
-/// memory for are left out.
+/// The trace of one public call: writes an ENTER line when it is made and an EXIT line when it is destroyed. Without
+/// memory a line is left out.
 class CallTrace {
 public:
-    /// @param putArguments  adds the argument list to a `trace::Text`
+    /// @param methodName    qualified name; must outlive the object
+    /// @param putArguments  appends the argument list to a `trace::Text`
     template <class PutArguments>
     CallTrace(std::string_view methodName, const PutArguments& putArguments) : name(methodName) {
         logIfThereIsMemory([&] {
@@ -67,13 +68,13 @@ private:
     trace::Text line;  ///< the EXIT line once there is a result
 };
 
-/// The arguments of a call, made to text once the trace asks for it.
+/// The arguments of a call, formatted when the trace needs them.
 template <class... Arguments>
 auto traced(const Arguments&... arguments) {
     return [&](trace::Text& to) { trace::putList(to, arguments...); };
 }
 
-/// A public method's qualified name and where its frame stands.
+/// A public method's qualified name and the source location of its frame.
 struct MethodName {
     // NOLINTNEXTLINE(google-explicit-constructor): a name is given as plain text at each method
     MethodName(const char* qualifiedName, int lineOfFrame = __builtin_LINE(),
@@ -85,16 +86,18 @@ struct MethodName {
     const char* file;
 };
 
-/// Replaces the exception in flight by the `QuorinException` that leaves the method, logs its EXCEPTION line and
-/// throws it. Call it in a catch clause.
+/// Turns the exception that is being handled into the `QuorinException` that leaves the method, logs its EXCEPTION line
+/// and throws it. Call it in a catch clause.
 [[noreturn]] void leaveWithException(const MethodName& method);
 
-/// The frame that every public method runs in: trace, body, result text, and whatever is thrown turned into one
+/// The frame of every public method: writes the trace, runs the body, and turns any exception into one
 /// `QuorinException` that names the method.
 ///
-/// @param arguments  adds the argument list to a `trace::Text`, as `traced` does
-/// @param body       makes the call. Its result is traced; a body that takes the `CallTrace&` records its result
-///                   itself, or not at all.
+/// @param method     the method's name
+/// @param arguments  appends the argument list to a `trace::Text`, as `traced` does
+/// @param body       makes the call; its result is traced. A body that takes the `CallTrace&` records its own result,
+///                   or none.
+/// @return the body's result
 template <class Arguments, class Body>
 decltype(auto) callFrame(const MethodName& method, Arguments&& arguments, Body&& body) {
     try {

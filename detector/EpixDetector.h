@@ -12,18 +12,19 @@ class VideoFormat;
 
 /// The detector on a Camera Link frame grabber, through `xclib`.
 ///
-/// The grabber captures on its own into its frame memory, which is the ring: no copy of a frame exists in the library,
-/// and whether a run is live is the grabber's own state. Buffers count from 0 here and from 1 there.
+/// The grabber captures into its own frame memory, which is the ring: the library keeps no copy of a frame, and the
+/// grabber knows whether a run is live. Buffers count from 0 here and from 1 in the grabber.
 ///
-/// The board is connected from the moment the grabber accepts the open: when a later step of the open fails,
-/// `CloseBoard` is the way out. A reader that lags a whole ring behind reads a frame that is being overwritten.
+/// The board is connected as soon as the grabber has accepted the open: after a later step has failed, call
+/// `CloseBoard`. A reader that lags behind by a whole ring reads a frame that is being overwritten.
 class QRAPI_EXPORT EpixDetector : public camLinkDetector {
 public:
-    /// @param unitNumber  which grabber; the text is kept and not read. Makes the grabber library's state, opens
-    /// nothing.
+    /// Makes the grabber library's state, opens nothing.
+    /// @param unitNumber  which grabber
+    /// @param text        stored in `boardText`, otherwise unused
+    /// @param owner       the facade
     EpixDetector(int unitNumber, const char* text, QuorinDetector* owner);
-    /// Closes the board and takes down whatever a failed close leaves, then releases the library state. Lets no failure
-    /// out.
+    /// Closes the board, continuing after a failed step, then releases the library state. Throws nothing.
     ~EpixDetector() override;
 
     using baseDetector::EnablePulseGenerator;
@@ -36,7 +37,7 @@ public:
     int SerialRead(char* buffer, int capacity) override;
     int SerialWrite(char* buffer, int size) override;
     void WriteBuffer(int buffer, const void* source, int size) override;
-    int bufferXdim() override;  ///< bytes per line on the link, all sensors in one line: not what `GetBufferXdim` gives
+    int bufferXdim() override;  ///< bytes per line on the link, which holds a row of every sensor
     int bufferYdim() override;  ///< lines on the link
     void PowerSwitch(bool on) override;
     void GoLiveSeq() override;
@@ -53,16 +54,16 @@ public:
     void PowerCLInterface(bool on) override;
 
 protected:
-    /// The grabber keeps up with every exposure time: 0.
+    /// 0: the grabber sustains every exposure time.
     float TransportMinimumExposureTime() override;
 
     const std::int32_t unitMap = 1;  ///< unit 0 of the board
     pxdstate* xcState;               ///< the grabber library's state, owned
-    /// `OpenBoard` was given a number of buffers: `numBuffers` is a demand then, otherwise what the grabber has.
+    /// `OpenBoard` had a buffer count: `numBuffers` is required then, otherwise it is what the grabber has.
     std::atomic<bool> buffersFixed{false};
     std::atomic<std::int32_t> pulseDivider{0};  ///< exposure pixel clock divide N of the pulse generator, 0 to 7
 
-    std::atomic<bool> replyLeft{false};  ///< a read or write of the serial line failed
+    std::atomic<bool> replyPending{false};  ///< a serial read or write failed: a late reply may arrive
 
 private:
     static const std::uint32_t PRINC_EPCD_MAXVAL = 7;  ///< largest N
@@ -79,23 +80,23 @@ private:
     void loadFormat(const VideoFormat& format, const char* function);
     void reconfigureFG();
     std::int64_t frameBytes();
-    void leaveReply(bool left);
-    void dropReplyLeft();
+    void setReplyPending(bool pending);
+    void discardPendingReply();
     template <class RunStep>
     void tearDown(RunStep&& runStep) REQUIRES(acquisitionLock);
     void PowerSwitchDefault(bool on);
     void PowerSwitchKestrane(bool on);
 
-    /// The grabber's fault text, or an empty one. Valid until the thread's next call.
+    /// Takes the grabber's fault text; empty if there is none. Valid until the thread's next call.
     char* GetErrorMessage();
 
     /// Throws with `message`, the grabber's result and its fault text.
     [[noreturn]] void failWith(int result, const char* message, const char* function, Derr code = DerrTransport,
                                int line = __builtin_LINE(), const char* file = __builtin_FILE());
-    /// Throws so unless the result is 0.
+    /// As `failWith`, unless the result is 0.
     void expectZero(int result, const char* message, const char* function, Derr code = DerrTransport,
                     int line = __builtin_LINE(), const char* file = __builtin_FILE());
-    /// Throws so if the result is negative, otherwise hands it on.
+    /// As `failWith` if the result is negative; otherwise returns it.
     int expectCount(int result, const char* message, const char* function, int line = __builtin_LINE(),
                     const char* file = __builtin_FILE());
 };

@@ -5,8 +5,8 @@
 
 #include "platform/Mutex.h"
 
-/// A value that is absent or present, touched by several threads. All of one detector stand under one leaf mutex,
-/// which is held for the copy alone: never across serial traffic, callbacks or logging.
+/// A value that may be empty, shared by threads. All values of a detector share one leaf mutex, which is held only for
+/// the copy: never during serial traffic, callbacks or logging.
 template <class T>
 class LockedOptional {
 public:

@@ -12,14 +12,14 @@
 
 #include "detector/attempt.h"
 
-/// Texts of calls, arguments and results as the lines of the log print them. Every call of the library makes some, so
-/// they are built where they stand: without the heap, unless they are long.
+/// Texts of calls, arguments and results for the log's lines. Every call of the library builds some, so they are built
+/// in place: without the heap unless they are long.
 namespace trace {
 
-/// A text that grows at its end.
+/// A text to append to.
 class Text {
 public:
-    /// In line, so that a literal's length is a constant.
+    /// Inline, so that a literal's length is a constant.
     template <class... Pieces>
     [[gnu::always_inline]] void add(const Pieces&... pieces) {
         const std::size_t length = buffer.size();
@@ -31,12 +31,12 @@ public:
         };
         (append(pieces), ...);
     }
-    /// Adds what a format string makes of the values.
+    /// Appends the formatted values.
     template <class... Values>
     void format(fmt::format_string<const Values&...> pattern, const Values&... values) {
         fmt::format_to(fmt::appender(buffer), pattern, values...);
     }
-    /// Where formatting adds to the text.
+    /// Output iterator that appends to the text.
     fmt::appender end() { return fmt::appender(buffer); }
     void cut(std::size_t lastCharacters) { buffer.resize(buffer.size() - lastCharacters); }
     void clear() { buffer.clear(); }
@@ -50,7 +50,7 @@ private:
 void put(Text& to, const char* value);         ///< in double quotes; a null pointer as an address
 void put(Text& to, const std::string& value);  ///< in double quotes
 
-/// Numbers, truth, enumerations as their number, and the address of whatever it may be.
+/// Numbers, bool, enumerations as their number, pointers as addresses.
 template <class T>
 void put(Text& to, const T& value) {
     if constexpr (std::is_enum_v<T>)
@@ -63,7 +63,7 @@ void put(Text& to, const T& value) {
         fmt::format_to(to.end(), FMT_COMPILE("{}"), value);
 }
 
-/// Adds each value followed by ", ", the last one cut. A type is printed by the `put` of this namespace that takes it.
+/// Appends the values, separated by ", ". A type is printed by its `put` in this namespace.
 template <class... Values>
 void putList(Text& to, const Values&... values) {
     constexpr std::string_view separator = ", ";
@@ -71,7 +71,7 @@ void putList(Text& to, const Values&... values) {
     if constexpr (sizeof...(values) > 0) to.cut(separator.size());
 }
 
-/// Writes the line.
+/// Writes the line to the log.
 void logLine(const Text& line, spdlog::level::level_enum level = spdlog::level::info);
 
 /// Writes "<kind>: <call>(<arguments>)"; nothing if there is no memory for it.

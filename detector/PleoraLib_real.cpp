@@ -40,7 +40,7 @@ void traceReturned(const char* callText, const T& value) {
     trace::logReturned("PLEORA", callText, value);
 }
 
-/// Serial traffic is traced only where it fails.
+/// Traces a call only if it fails, as for serial traffic.
 template <class Call>
 PvResult quietly(const char* callText, Call&& call) {
     PvResult result = call();
@@ -74,7 +74,7 @@ std::shared_ptr<PleoraLib> makePleoraLib() {
     return std::make_shared<PleoraLib_real>();
 }
 
-/// The eBUS objects. What stands on the device or the stream is made after them and goes before them.
+/// The eBUS objects. Those that use the device or the stream are made after it and destroyed before it.
 struct PleoraLib_real::PleoraClasses {
     std::shared_ptr<PvSystem> pvSystem;
     std::shared_ptr<PvDeviceGEV> pvDeviceGEV;
@@ -293,7 +293,7 @@ PvResult PleoraLib_real::State_Start() {
 }
 
 PvResult PleoraLib_real::IP_Open(PvDeviceSerial port) {
-    PvDeviceAdapter* const adapter = pvDeviceAdapter();  // a traced argument, so it comes before the line
+    PvDeviceAdapter* const adapter = pvDeviceAdapter();  // a traced argument, needed before the line
     return traced(
         "pvDeviceSerialPort()->Open", [&] { return pvDeviceSerialPort()->Open(adapter, port); }, adapter, port);
 }

@@ -10,9 +10,8 @@ class PvPipeline;
 class PvStreamGEV;
 class PvSystem;
 
-/// The real seam: owns the eBUS objects between `init` and `deinit` and logs every call and every failure.
-///
-/// Fails with code 5 for any eBUS call while there are no objects, and as each operation's checks say.
+/// The real seam: owns the eBUS objects between `init` and `deinit` and logs each call but serial traffic, and each
+/// failure.
 class QRAPI_EXPORT PleoraLib_real final : public PleoraLib {
 public:
     PleoraLib_real();
@@ -72,6 +71,7 @@ public:
     PvBuffer** Buffer_GetBufferPtr() override;
     std::uint8_t* Buffer_GetImagePointer() override;
 
+    /// Passes a retrieved buffer to the stream for another frame. Not called by the library.
     PvResult Stream_QueueBuffer(PvBuffer* queued);
 
 private:
@@ -88,7 +88,7 @@ private:
 
     const PvDeviceInfoGEV* deviceInfo = nullptr;       ///< points into data that eBUS owns
     const PvNetworkAdapter* networkAdapter = nullptr;  ///< points into data that eBUS owns
-    PvBuffer* buffer = nullptr;                        ///< the buffer most recently taken from the pipeline
+    PvBuffer* buffer = nullptr;                        ///< the buffer retrieved last
     std::shared_ptr<PleoraClasses> classes;            ///< empty: not initialised
 };
 

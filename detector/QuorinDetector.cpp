@@ -14,17 +14,17 @@
 
 namespace {
 
-// What is longer is refused: the trace reads no further than the core does.
+// The core refuses longer commands: the trace reads no further than it does.
 constexpr std::size_t mostCommandCharacters = serial::commandSize;
 
-/// How many times of an array are printed: all, unless the count can only be a mistake, with no such array behind it.
-std::size_t believableCount(std::size_t count) {
+/// The number of array elements that the trace prints: few for a count that can only be a mistake.
+std::size_t printedCount(std::size_t count) {
     constexpr std::size_t mostTimes = 4;
     constexpr std::size_t believable = 64;
     return count <= believable ? count : mostTimes;
 }
 
-/// Throws std::length_error where no text can be so long.
+/// Throws std::length_error for a length that no string can have.
 std::string textOf(const char* command, std::size_t length) {
     if (length > std::string().max_size()) throw std::length_error("no command has this length");
     return {command, length};
@@ -521,7 +521,7 @@ void QuorinDetector::ToggleGenerator(bool on) {
 
 void QuorinDetector::SetPreProgrammedExposureTimes(const float* timesMs, std::size_t count) {
     callFrame("QuorinDetector::SetPreProgrammedExposureTimes",
-              traced(trace::Floats{timesMs, timesMs == nullptr ? 0 : believableCount(count)}, count),
+              traced(trace::Floats{timesMs, timesMs == nullptr ? 0 : printedCount(count)}, count),
               [&] { detector().SetPreProgrammedExposureTimes(timesMs, count); });
 }
 

@@ -29,10 +29,10 @@ class baseDetector;
 /// Errors that any operation on an open detector can meet: 4 bad argument or moved-from object, 5 not open, or a call
 /// to the transport failed (`GetTransportError` has the vendor's status), 9 the detector did not answer within 1 s.
 ///
-/// On Camera Link the ring is the grabber's frame memory and a live run the grabber's own doing. So a change of the
-/// frame size takes effect at once, also in a live run; it can fail with code 11 (grabber setup) or 12 (memory) behind
-/// the registers, and so can `PowerSwitch(true)`. A fault text that the grabber has left is told once, as a live error
-/// (code 5).
+/// On Camera Link the ring is the grabber's frame memory, and the grabber does a live run by itself. So a change of the
+/// frame size takes effect immediately, also in a live run. It can fail with code 11 (grabber setup) or 12 (memory)
+/// after the registers have been written, and so can `PowerSwitch(true)`. A fault text of the grabber is reported once,
+/// as a live error (code 5).
 class QRAPI_EXPORT QuorinDetector {
 public:
     /// Builds the detector of the record's transport; touches no hardware.
@@ -63,7 +63,7 @@ public:
     /// of the frame ring. A system that promises memory before it has it, as Linux does, refuses little: a ring larger
     /// than the machine's memory can pass here and end the process when frames fill it.
     /// On Camera Link the ring is as many frames as the grabber holds, code 11 is a refused board or grabber setup, and
-    /// a failure behind the grabber's own open leaves the board open: `IsConnected` is true, `CloseBoard` the way out.
+    /// a failure after the grabber has been opened leaves the board open: `IsConnected` is true; call `CloseBoard`.
     virtual void OpenBoard();
     /// The same with a ring of `bufferCount` frames (at least 1, else code 4). GigE has 20 until a count was given; the
     /// count stays for later opens. On Camera Link it demands that much memory of the grabber, for every later frame
@@ -73,13 +73,13 @@ public:
     /// Ends an acquisition and disconnects. Fails with code 4 if not open, with 5 if a step fails: the detector stays
     /// open then and the call can be repeated. Settings stay in the detector.
     void CloseBoard();
-    /// True while the board is open, on Camera Link also behind an open that failed half-way. Never fails but on a
-    /// moved-from object.
+    /// True while the board is open, on Camera Link also after an open that failed once the grabber was open. Fails on
+    /// a moved-from object only.
     bool IsConnected() const;
     /// Switches the power off and on again. See `PowerSwitch`.
     void SoftReset();
     /// Switches the detector's power: on Kestrane electronics false means low power. Blocks for 4 to 20 s. Switching on
-    /// forgets the cached settings, takes up the frame size and works out the timing afresh. Fails with code 5 if the
+    /// clears the cached settings, applies the frame size and determines the timing again. Fails with code 5 if the
     /// detector doesn't come back. Keep other operations away meanwhile.
     void PowerSwitch(bool on);
     /// @}
@@ -129,7 +129,7 @@ public:
 
     /// Sets the binning (registers 10, 9, 3, 1, then 514 to register 5) and re-applies the exposure time; one that was
     /// at the readout time goes to the new minimum. Fails with code 4 if no readout time is known for the mode: before
-    /// anything is written, but behind the registers where there is a measured timing table (model 6213 on Camera Link,
+    /// anything is written, but after the registers where there is a measured timing table (model 6213 on Camera Link,
     /// firmware 11138). A live run on GigE stays paused then until it is stopped or a size is set.
     void SetBinningMode(bins binning);
     bins GetBinningMode() const;  ///< registers 10, 9, 1 and 3
@@ -316,13 +316,13 @@ public:
     void SendCommand(const char* command, char* reply);
     /// The same with a command of `length` bytes of any kind.
     void SendCommand(const char* command, std::size_t length, char* reply);
-    /// Replays a sensor configuration file: a serial command a line, 100 ms behind each. Fails with code 10 if the file
-    /// can't be read, with 9 at a line that is no command; what stands before it is in effect then.
+    /// Replays a sensor configuration file: a serial command a line, with a pause of 100 ms after each. Fails with code
+    /// 10 if the file can't be read, with 9 at a line that is no command; the lines before it are in effect then.
     void LoadSensorConfigFile(const char* fileName);
     /// Erases the flash memory of a sensor (0 to 9) and writes a firmware image into it. Blocks for 6 s and more;
     /// writes its progress to the standard output, with `verbose` for each block. Fails with code 4 before anything is
     /// sent (file, sensor number), with 5 for a refused or endless erase or a bad checksum, with 9 if the detector
-    /// falls silent. After a failure behind the erase the flash is erased or partly written: upload again.
+    /// falls silent. After a failure that follows the erase the flash is erased or partly written: upload again.
     void UploadFirmware(const char* fileName, int sensor, bool verbose);
     /// Tells the library that this detector reads out at the slowed rate.
     void SetSlowed(bool slowed);

@@ -9,8 +9,7 @@
 
 /// Measured readout times, in ms. All tables are constant; any thread may read them.
 
-/// Readout time and minimum exposure window of the exact combination.
-/// Fails with code 4 for one that was never measured.
+/// Readout time and minimum exposure window of the exact combination. Fails with code 4 if it was never measured.
 std::pair<float, float> getReadoutData(int model, DetectorInterface transport, bins binning, bool slowed);
 
 namespace qrapi {

@@ -7,7 +7,7 @@ void CallbackLoop::wake() {
     changed.notify_all();
 }
 
-bool StoppableLock::takeAtOnce() {
+bool StoppableLock::takeIfFree() {
     const std::thread::id self = std::this_thread::get_id();
     if (depth > 0 ? owner != self : first != nullptr) return false;
     owner = self;
@@ -24,7 +24,7 @@ void StoppableLock::remove(const Waiter& waiter) {
 template <class GivesUp>
 bool StoppableLock::take(GivesUp&& givesUp) {
     std::unique_lock<std::mutex> monitor(loop.monitor);
-    if (takeAtOnce()) return true;
+    if (takeIfFree()) return true;
     Waiter self;
     Waiter** place = &first;
     while (*place != nullptr) place = &(*place)->next;
@@ -39,7 +39,7 @@ bool StoppableLock::take(GivesUp&& givesUp) {
         owner = std::this_thread::get_id();
         depth = 1;
     } else {
-        loop.changed.notify_all();  // the next in line may be free to go
+        loop.changed.notify_all();  // the next waiter may be able to acquire it
     }
     return taken;
 }
@@ -61,7 +61,7 @@ bool StoppableLock::lockUnless(const std::atomic<bool>& giveUp) {
 
 bool StoppableLock::try_lock() {
     const std::lock_guard<std::mutex> monitor(loop.monitor);
-    return takeAtOnce();
+    return takeIfFree();
 }
 
 void StoppableLock::unlock() {

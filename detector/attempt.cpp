@@ -8,8 +8,8 @@
 
 namespace {
 
-const QuorinException madeInTime("Caught a std::exception: std::bad_alloc", DerrWrapped, __LINE__, "attempt.cpp",
-                                 "outOfMemory", 0, "");
+const QuorinException preallocated("Caught a std::exception: std::bad_alloc", DerrWrapped, __LINE__, "attempt.cpp",
+                                   "outOfMemory", 0, "");
 
 }  // namespace
 
@@ -22,7 +22,7 @@ QuorinException named(const QuorinException& failure, const char* layerName) {
 }
 
 const QuorinException& outOfMemory() noexcept {
-    return madeInTime;
+    return preallocated;
 }
 
 void logSwallowed(const char* where) {

@@ -5,10 +5,11 @@
 
 #include "QuorinException.h"
 
-/// Logs the exception in flight as one that is not let out of `where`. Call it in a catch clause.
+/// Logs the exception that is being handled and goes no further. Call it in a catch clause.
+/// @param where  part of the line if the exception is of an unknown type
 void logSwallowed(const char* where);
 
-/// Runs a step of taking something down; what it throws goes to the log and no further.
+/// Runs a step of a teardown; logs what it throws.
 template <class Step>
 void attempt(const char* where, Step&& step) {
     try {
@@ -18,8 +19,7 @@ void attempt(const char* where, Step&& step) {
     }
 }
 
-/// Runs what writes a line of the log. One that there is no memory for is left out: no call fails, or counts as not
-/// made, for its trace.
+/// Runs code that writes a line of the log; without memory the line is left out, so that tracing fails no call.
 template <class Write>
 void logIfThereIsMemory(Write&& write) {
     try {
@@ -29,13 +29,13 @@ void logIfThereIsMemory(Write&& write) {
     }
 }
 
-/// The exception with a layer's name added; unchanged if there is no memory for the name.
+/// The exception with a layer's name added; without memory the exception unchanged.
 QuorinException named(const QuorinException& failure, const char* layerName);
 
-/// What is told of a failure when there is no memory to tell what it was. Made when the library is loaded.
+/// The exception that replaces another for lack of memory. Made when the library is loaded.
 const QuorinException& outOfMemory() noexcept;
 
-/// The exception that `make` makes, or `outOfMemory`: for the last handler that an exception comes to.
+/// The exception that `make` makes, or `outOfMemory`. For the last handler of an exception.
 template <class Make>
 QuorinException madeOrOutOfMemory(Make&& make) {
     try {

@@ -43,11 +43,11 @@ struct FeatureWords {
     std::uint16_t word130;
 
     bool anySet() const { return word36 != 0 || word37 != 0 || word130 != 0; }
-    /// True if the words carry the extended rows too: word 37 has any of bits 9 to 15, or word 130 is not 0.
+    /// True if the words also report the extended capabilities: a bit of 9 to 15 in word 37, or word 130 is not 0.
     bool extended() const { return (word37 & 0xFE00U) != 0 || word130 != 0; }
 };
 
-/// The flags of all capabilities; a new object holds what counts before the detector was asked.
+/// The flags of all capabilities. A new object holds the start values, in force until the detector has reported.
 class CapabilityFlags {
 public:
     CapabilityFlags();
@@ -55,7 +55,7 @@ public:
     int operator[](Capability capability) const { return flags[static_cast<std::size_t>(capability)]; }
     void set(Capability capability, int value) { flags[static_cast<std::size_t>(capability)] = value; }
 
-    /// Takes the flags from the words; the extended rows only if the words count as extended.
+    /// Sets the flags from the words; those of extended capabilities only if `words.extended()`.
     void apply(const FeatureWords& words);
 
 private:

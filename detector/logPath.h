@@ -7,8 +7,8 @@ namespace spdlog {
 class logger;
 }
 
-/// The path of the log file; makes its directories. Throws a `QuorinException` with code 10.
+/// The path of the log file; makes its directories. Throws a `QuorinException` with code 10 if that fails.
 std::string getLogPath();
 
-/// Makes a logger as `getQorLogger` does at its first call: the file logger, or the silent one if that fails.
+/// Makes the logger of `getQorLogger`: the file logger, or the silent one if that fails.
 std::shared_ptr<spdlog::logger> createQorLogger();

@@ -19,7 +19,7 @@ constexpr std::size_t rotatedFiles = 5;
 void ignoreFailure(const std::string& /*message*/) {}
 
 std::shared_ptr<spdlog::logger> createFileLogger() {
-    // Built by hand: spdlog's factories would impose the application's global pattern, level and flush policy.
+    // Not by spdlog's factories, which would apply the application's global pattern, level and flush policy.
     auto sink =
         std::make_shared<spdlog::sinks::rotating_file_sink_mt>(getLogPath(), rotationBytes, rotatedFiles, false);
     auto logger = std::make_shared<spdlog::logger>("QorLogger", std::move(sink));
@@ -65,8 +65,8 @@ std::shared_ptr<spdlog::logger> createQorLogger() {
 }
 
 std::shared_ptr<spdlog::logger> getQorLogger() {
-    // Never destroyed: a static object of the application may own a detector, and log until the process ends. The C
-    // library flushes the file after the last of them.
+    // Never destroyed: a static object of the application may own a detector and log until the process ends. The C
+    // library flushes the file after that.
     static const auto* const theLogger = new std::shared_ptr<spdlog::logger>(createQorLogger());
     return *theLogger;
 }

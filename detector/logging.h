@@ -8,10 +8,11 @@ namespace spdlog {
 class logger;
 }
 
-/// The process's one logger, shared by all detector objects; created at the first call.
+/// The process's only logger, shared by all detector objects; created at the first call.
 ///
 /// It writes to qrapi_log.txt in the folder Selvo/QRAPI under the user's local application data, at level `debug`,
-/// rotating at 20971520 bytes with 5 rotated files. If that can't be set up it is a logger named "NullQorLogger"
-/// with level `off`, and the library works on without a log. Callable from any thread; failed writes are swallowed.
-/// Lines may be written while the library holds a lock: a sink that the application adds must not call the library.
+/// rotating at 20971520 bytes with 5 rotated files. If that fails it is a logger named "NullQorLogger" with level
+/// `off`, and the library works without a log. Any thread may call; failed writes are ignored. Lines may be written
+/// while the library holds a lock: a sink that the application adds must not call the library.
+/// @return the logger, never null
 QRAPI_EXPORT std::shared_ptr<spdlog::logger> getQorLogger();

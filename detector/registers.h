@@ -1,6 +1,6 @@
 #pragma once
 
-/// The detector's register map as far as the library uses it. Numbers are decimal; bit 0 is the least significant.
+/// The registers that the library uses. Numbers are decimal; bit 0 is the least significant.
 namespace registers {
 
 inline constexpr int highest = 999;
@@ -10,7 +10,7 @@ inline constexpr int mask16 = 0xFFFF;
 inline constexpr int mode = 0;         ///< test mode, exposure mode, trigger source, cross-talk correction
 inline constexpr int control = 1;      ///< flagged binning, linearization, readout mode, region, frame counter
 inline constexpr int binningCode = 3;  ///< bits 6 to 8 binning code, bit 2 full well mode
-inline constexpr int takeUp = 5;       ///< 514 makes the detector take up binning and full well mode
+inline constexpr int applyModes = 5;   ///< 514 makes the detector apply binning and full well mode
 inline constexpr int sensorHeight = 7;
 inline constexpr int sensorWidth = 8;
 inline constexpr int rowBinning = 9;
@@ -39,7 +39,7 @@ inline constexpr int roiStartRow = 402;
 inline constexpr int roiHeight = 403;
 inline constexpr int roiStartColumn = 404;
 inline constexpr int roiWidth = 405;     ///< of the region on one sensor
-inline constexpr int readoutTime = 410;  ///< count of 0.002 ms; 0 until the detector has worked it out
+inline constexpr int readoutTime = 410;  ///< count of 0.002 ms; 0 until the detector has computed it
 inline constexpr int flashStatus = 418;
 
 inline constexpr int testModeBit = 1 << 0;          ///< register 0
@@ -57,7 +57,7 @@ inline constexpr int legacyTimingOffBit = 1 << 3;   ///< register 401
 inline constexpr int readoutModeBit = 1 << 3;       ///< register 1
 inline constexpr int flashBusyBit = 1 << 15;        ///< register 418
 
-/// Library-wide convention: settings are read from sensor 1 and written to all sensors.
+/// Settings are read from sensor 1 and written to all sensors.
 inline constexpr int firstSensor = 1;
 inline constexpr int allSensors = 0;
 

@@ -5,9 +5,8 @@
 class PleoraLib;
 class xclib;
 
-/// Makes the real vendor seam, held by the implementation type: its interface has no virtual destructor. Touches no
-/// vendor library yet.
+/// Makes the real eBUS seam, held by its own type: the interface has no virtual destructor. Calls no vendor library.
 std::shared_ptr<PleoraLib> makePleoraLib();
 
-/// Makes the frame grabber's real seam. Touches no vendor library yet.
+/// Makes the real XCLIB seam. Calls no vendor library.
 std::shared_ptr<xclib> makeXclib();

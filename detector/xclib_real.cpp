@@ -18,14 +18,14 @@ Result traceResult(const char* name, const Result& result) {
     return result;
 }
 
-/// Calls the function between its two log lines.
+/// Calls the function, with a log line before and after.
 template <class Function, class... Arguments>
 auto traced(const char* name, Function* function, const Arguments&... arguments) {
     traceCall(name, arguments...);
     return traceResult(name, function(arguments...));
 }
 
-/// Moves pixels between the two log lines. The colour space is traced as the text that it is.
+/// Copies pixels, with a log line before and after that shows the colour space as text.
 template <class Function>
 int movePixels(const char* name, Function* function, pxdstate* state, int unitMap, long buffer, int x0, int y0, int x1,
                int y1, unsigned char* data, std::size_t count, char* colourSpace) {

@@ -2,7 +2,7 @@
 
 #include "detector/xclib.h"
 
-/// The real seam: calls XCLIB and logs each call and its result, serial traffic excepted.
+/// The real seam: calls XCLIB and logs each call but serial traffic, with its result.
 class QRAPI_EXPORT xclib_real : public xclib {
 public:
     xclib_real() = default;

@@ -9,30 +9,29 @@
 #include "Mutex.h"
 #include "export.h"
 
-/// The only door to clocks, sleeping and timed waits.
+/// Clocks, sleeping and timed waits. Other code reads no clock and sleeps nowhere else.
 ///
 /// All functions here run on the real monotonic clock, or on the virtual clock while a `ScopedVirtualClock`
-/// (platform/VirtualClock.h) exists. Any thread may call them; the virtual clock serves programs in which one
-/// thread makes all calls.
+/// (platform/VirtualClock.h) exists. Any thread may call them; the virtual clock is for programs in which one thread
+/// makes all calls.
 namespace platform {
 
 /// Time since an arbitrary start, monotonic.
 using Time = std::chrono::nanoseconds;
 
-/// The deadline that never comes.
+/// No deadline.
 inline constexpr Time never = Time::max();
 
-/// The time of the clock in force: real, fast or virtual.
+/// The time of the current clock: real, fast or virtual.
 QRAPI_EXPORT Time now();
 
-/// Blocks for the duration; zero or less yields.
+/// Blocks for the duration; for zero or less it only yields.
 QRAPI_EXPORT void sleepFor(std::chrono::nanoseconds duration);
 
-/// The time of day (UTC), which the system may set back or forth: to name a moment, not to measure. Always the real
-/// one.
+/// The time of day (UTC), always the real one. The system may set it: use it for time stamps, not to measure.
 QRAPI_EXPORT std::chrono::system_clock::time_point timeOfDay();
 
-/// The millisecond tick counter.
+/// Milliseconds since an arbitrary start, monotonic.
 QRAPI_EXPORT std::int64_t tickCountMs();
 
 /// The high-resolution counter.
@@ -40,29 +39,30 @@ QRAPI_EXPORT std::int64_t performanceCounter();
 /// Ticks of the high-resolution counter per second.
 QRAPI_EXPORT std::int64_t performanceFrequency();
 
-/// A deadline `timeoutMs` from now; a negative time-out is `never`.
+/// The time `timeoutMs` from now; `never` for a negative time-out.
 QRAPI_EXPORT Time deadlineAfterMs(std::int64_t timeoutMs);
 
-/// Runs `task` once, at `due` or as soon after as the timer thread gets to it. Tasks run one after the other, in
-/// the order of their due times and, where these are equal, of their scheduling. A task must neither block nor
-/// throw. A task that outlives what it works on must find that out itself (hold a weak pointer).
+/// Runs `task` once, at `due` or as soon after as the timer thread gets to it. Tasks run one after the other, in the
+/// order of their due times and, where these are equal, of their scheduling. A task must neither block nor throw, and
+/// must check that the object it works on still exists (hold a weak pointer).
 QRAPI_EXPORT void schedule(Time due, std::function<void()> task);
 
-/// What an infinite wait throws on the virtual clock when nothing is due that could end it.
+/// Thrown by an infinite wait on the virtual clock if no task is due that could end it.
 class QRAPI_EXPORT VirtualClockHang : public std::logic_error {
 public:
     VirtualClockHang();
     ~VirtualClockHang() override;
 };
 
-/// A condition variable whose time-outs follow the clock in force.
+/// A condition variable whose time-outs follow the current clock.
 class QRAPI_EXPORT Condition {
 public:
-    /// Wakes everybody who waits.
+    /// Wakes all waiting threads.
     void notifyAll();
 
-    /// Releases `mutex`, waits for a notification or the deadline and takes `mutex` again. Returns false once the
-    /// deadline has passed, else true; wake-ups may be spurious, so the caller tests its condition in a loop.
+    /// Releases `mutex`, waits for a notification or the deadline and acquires `mutex` again. Wake-ups may be spurious:
+    /// test the condition in a loop.
+    /// @return false once the deadline has passed
     bool waitUntil(Mutex& mutex, Time deadline) REQUIRES(mutex);
 
 private:

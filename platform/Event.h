@@ -5,18 +5,17 @@
 
 #include "platform/export.h"
 
-/// Auto-reset events behind untyped handles. Any thread may call any function here.
+/// Auto-reset events with untyped handles. Any thread may call any function here.
 ///
-/// A handle is a key into a table, never an address: a handle that was closed, or never existed, is recognised.
-/// An event holds one signal, not a count; a wait that ends with the signal consumes it.
+/// A handle is a key into a table, not an address: one that was closed, or never existed, is recognised. An event holds
+/// one signal, not a count; a wait that ends with the signal consumes it.
 namespace platform {
 
-/// Results of `waitForEvent`.
-inline constexpr std::uint32_t waitSignaled = 0;
-inline constexpr std::uint32_t waitTimedOut = 258;
-inline constexpr std::uint32_t waitFailed = 0xFFFFFFFF;
+inline constexpr std::uint32_t waitSignaled = 0;         ///< result of `waitForEvent`: the signal was consumed
+inline constexpr std::uint32_t waitTimedOut = 258;       ///< result of `waitForEvent`: no signal in time
+inline constexpr std::uint32_t waitFailed = 0xFFFFFFFF;  ///< result of `waitForEvent`: the event is closed
 
-/// The time-out that never runs out.
+/// The time-out of a wait without end.
 inline constexpr std::uint32_t waitForever = 0xFFFFFFFF;
 
 /// Creates an event without a signal; never null.
@@ -25,17 +24,18 @@ QRAPI_EXPORT void* createAutoResetEvent();
 /// Signals the event; a closed one is ignored.
 QRAPI_EXPORT void signalEvent(void* event);
 
-/// Takes away a signal that nobody has consumed; a closed event is ignored.
+/// Clears a signal that no wait has consumed; a closed event is ignored.
 QRAPI_EXPORT void resetEvent(void* event);
 
-/// Waits for the signal: `waitSignaled`, `waitTimedOut`, or `waitFailed` at once for a closed event, also when it is
-/// closed during the wait. After `waitFailed` the last error is set. A time-out of 0 polls.
+/// Waits for the signal; a time-out of 0 polls.
+/// @return `waitSignaled`, `waitTimedOut`, or `waitFailed` as soon as the event is closed, with the last error set
 QRAPI_EXPORT std::uint32_t waitForEvent(void* event, std::uint32_t timeoutMs);
 
-/// Closes the event and ends the waits on it. Non-zero if it was open.
+/// Closes the event and ends the waits on it.
+/// @return not 0 if it was open
 QRAPI_EXPORT int closeEvent(void* event);
 
-/// How many events are open in this process.
+/// The number of open events in this process.
 QRAPI_EXPORT std::size_t openEventCount();
 
 }  // namespace platform

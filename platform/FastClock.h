@@ -5,9 +5,9 @@
 
 namespace platform {
 
-/// While this object exists, time runs `speed` times as fast as the real clock: sleeps and timed waits take so much
-/// less. For tests about several threads, whose time-outs would be seconds. One at a time, made and destroyed while
-/// nobody sleeps or waits and no task is scheduled; time jumps back at the end.
+/// While this object exists, time runs `speed` times as fast as the real clock, so that sleeps and timed waits are
+/// shorter. For tests with several threads. One at a time, made and destroyed while no thread sleeps or waits and no
+/// task is scheduled; time jumps back at the end.
 class QRAPI_EXPORT ScopedFastClock {
 public:
     /// Throws std::invalid_argument for a speed below 1.

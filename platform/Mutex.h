@@ -7,7 +7,7 @@
 
 namespace platform {
 
-/// A plain mutex that clang's thread safety analysis knows.
+/// A mutex with annotations for clang's thread safety analysis.
 class CAPABILITY("mutex") Mutex {
 public:
     void lock() ACQUIRE() { mutex.lock(); }
@@ -31,7 +31,7 @@ private:
     Mutex& mutex;
 };
 
-/// A mutex that many readers or one writer hold.
+/// A mutex that several readers or one writer hold.
 class CAPABILITY("mutex") SharedMutex {
 public:
     void lock() ACQUIRE() { mutex.lock(); }
@@ -43,6 +43,7 @@ private:
     std::shared_mutex mutex;
 };
 
+/// Holds a `SharedMutex` as its writer for a scope.
 class SCOPED_CAPABILITY ExclusiveLock {
 public:
     explicit ExclusiveLock(SharedMutex& mutexToHold) ACQUIRE(mutexToHold) : mutex(mutexToHold) { mutex.lock(); }
@@ -54,6 +55,7 @@ private:
     SharedMutex& mutex;
 };
 
+/// Holds a `SharedMutex` as a reader for a scope.
 class SCOPED_CAPABILITY SharedLock {
 public:
     explicit SharedLock(SharedMutex& mutexToHold) ACQUIRE_SHARED(mutexToHold) : mutex(mutexToHold) {

@@ -9,9 +9,9 @@
 
 namespace platform {
 
-/// While this object exists, time stands still except where a sleep or a timed wait moves it: from due time to due
-/// time, running what falls due, until the wait ends or its deadline is reached. One at a time, and one thread
-/// makes all calls. Tasks that are still pending at the end are dropped.
+/// While this object exists, only a sleep or a timed wait advances the time: from one due task to the next, running
+/// each, until the wait ends or its deadline is reached. One at a time, and one thread makes all calls. Tasks that are
+/// pending at the end are dropped.
 class QRAPI_EXPORT ScopedVirtualClock {
 public:
     ScopedVirtualClock();
@@ -22,10 +22,10 @@ public:
     /// The virtual time.
     Time now() const { return current; }
 
-    /// Moves the time on by `duration`, running what falls due.
+    /// Advances the time by `duration`, running the tasks that become due.
     void advance(std::chrono::nanoseconds duration) { runUntil(current + duration); }
 
-    /// Infinite waits that found nothing due; each threw `VirtualClockHang`.
+    /// The number of infinite waits that no due task could end; each threw `VirtualClockHang`.
     int hangs() const { return hangCount; }
 
     /// @cond the functions of Clock.h call these

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Marks what the shared libraries of this family show to others; everything else is hidden.
+/// Marks the exported names of the shared libraries; all others are hidden.
 #if defined(_WIN32)
 #define QRAPI_EXPORT __declspec(dllexport)
 #else

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Names for clang's thread safety analysis; other compilers see nothing.
+/// Annotations for clang's thread safety analysis; empty for other compilers.
 #if defined(__clang__)
 #define THREAD_ANNOTATION(x) __attribute__((x))
 #else

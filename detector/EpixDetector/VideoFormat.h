@@ -7,8 +7,8 @@
 
 /// The video format that is loaded into the frame grabber: a tree of records in the grabber library's own form.
 ///
-/// Each record begins with a 32-bit word, its type in the high half and its size in bytes in the low half. Width and
-/// height are those of the largest frame it was made for; the connected model's are set after each load.
+/// Each record begins with a 32-bit word: type in the high half, size in bytes in the low half. The width and height in
+/// it are placeholders: the transport sets those of the connected model after each load.
 class VideoFormat {
 public:
     enum class Variant {
@@ -20,7 +20,7 @@ public:
     VideoFormat(const VideoFormat&) = delete;
     VideoFormat& operator=(const VideoFormat&) = delete;
 
-    /// The root record, which holds the addresses of the others. Valid as long as this object.
+    /// The root record, which holds the addresses of the others; owned by this object.
     const void* root() const { return &rootRecord; }
 
 private:

@@ -8,11 +8,11 @@
 #include "detector/EpixDetector.h"
 #include "logging.h"
 
-/// How frames get into the grabber's buffers and out of them.
+/// Capture into the grabber's buffers, and copies from and to them.
 
 namespace {
 
-/// Keeps `ReadBuffer` and `WriteBuffer` of all Camera Link detectors apart.
+/// Serialises `ReadBuffer` and `WriteBuffer` of all Camera Link detectors.
 CriticalSection bufferSection;
 
 constexpr int snapWaiter = 1;
@@ -57,7 +57,7 @@ void EpixDetector::GoLiveSeq(int startBuffer, int stopBuffer, int frameCount) {
         try {
             StartCallbackThread();
         } catch (...) {
-            // Nobody would call back for the frames of this run.
+            // Without the thread no callback would be made for the frames of this run.
             xclibLib->goAbortLive(xcState, unitMap);
             throw;
         }

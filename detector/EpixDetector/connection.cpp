@@ -11,7 +11,7 @@
 #include "detector/attempt.h"
 #include "platform/Clock.h"
 
-/// The grabber's life: library state, board, video format, the lines to the detector.
+/// The connection: library state, board, video format, serial port and trigger line.
 
 namespace {
 
@@ -63,7 +63,7 @@ EpixDetector::EpixDetector(int unitNumber, const char* text, QuorinDetector* own
 
 EpixDetector::~EpixDetector() {
     constexpr const char* here = "in a destructor";
-    // A callback that destroys its detector: its thread is let go before anything could wait for it.
+    // A callback destroys its detector: detach its thread before anything can wait for it.
     if (callbackLoop->onThisThread()) attempt(here, [this] { releaseCallbackThread(); });
     if (connected) {
         const StoppableGuard lock(acquisitionLock);
@@ -146,8 +146,7 @@ void EpixDetector::tearDown(RunStep&& runStep) {
     runStep([this] {
         if (IsLive()) GoUnLive();
     });
-    // A run that ended without `GoUnLive` leaves a callback thread that may still wait for the event, or make this
-    // call.
+    // After a run that ended without `GoUnLive` the callback thread may still wait for the event, or make this call.
     runStep([this] {
         if (!callbackLoop->onThisThread()) StopCallbackThread();
     });
@@ -188,40 +187,40 @@ void EpixDetector::SerialConfigure(double baud, int dataBits, int parity, int st
                "Problem Configuring Detector Serial Interface!", "EpixDetector::SerialConfigure");
 }
 
-/// The exchange's lock orders all that is done here.
-void EpixDetector::leaveReply(bool left) {
-    replyLeft.store(left, std::memory_order_relaxed);
+/// Relaxed, since `serialLock` orders the accesses.
+void EpixDetector::setReplyPending(bool pending) {
+    replyPending.store(pending, std::memory_order_relaxed);
 }
 
 int EpixDetector::SerialRead(char* buffer, int capacity) {
     CheckConnected();
-    leaveReply(true);
+    setReplyPending(true);
     const int count = expectCount(xclibLib->serialRead(xcState, unitMap, serialPort, buffer, capacity),
                                   "Problem performing serial read!", "EpixDetector::SerialRead");
-    leaveReply(false);
+    setReplyPending(false);
     return count;
 }
 
-/// A read or write that failed may have left a reply on the line: the next command must not take it for its own.
-void EpixDetector::dropReplyLeft() {
+/// After a failed read or write a late reply may be on the line: the next command must not take it for its own.
+void EpixDetector::discardPendingReply() {
     constexpr int longestReply = 100;
-    constexpr int mostReads = 10;  // a line that never falls silent keeps nobody
-    if (!replyLeft.load(std::memory_order_relaxed)) return;
-    leaveReply(false);
+    constexpr int mostReads = 10;  // a line that never stops sending must not block the caller
+    if (!replyPending.load(std::memory_order_relaxed)) return;
+    setReplyPending(false);
     std::array<char, longestReply> dropped{};
     int count = longestReply;
     for (int reads = 0; reads < mostReads && count > 0; ++reads)
         count = xclibLib->serialRead(xcState, unitMap, serialPort, dropped.data(), longestReply);
-    if (count < 0) leaveReply(true);
+    if (count < 0) setReplyPending(true);
 }
 
 int EpixDetector::SerialWrite(char* buffer, int size) {
     CheckConnected();
-    dropReplyLeft();
-    leaveReply(true);  // a write that fails may have sent the command all the same
+    discardPendingReply();
+    setReplyPending(true);  // a write that fails may still have sent the command
     const int count = expectCount(xclibLib->serialWrite(xcState, unitMap, serialPort, buffer, size),
                                   "Problem performing serial write!", "EpixDetector::SerialWrite");
-    leaveReply(false);
+    setReplyPending(false);
     return count;
 }
 

@@ -7,7 +7,7 @@
 #include "detector/EpixDetector.h"
 #include "detector/EpixDetector/VideoFormat.h"
 
-/// The grabber's pulse generator. Prepared by `EnablePulseGenerator` with the pulse format, run by `ToggleGenerator`.
+/// The grabber's pulse generator: set up by `EnablePulseGenerator` with the pulse format, run by `ToggleGenerator`.
 
 namespace {
 
@@ -16,18 +16,18 @@ constexpr float fixedSeconds = 0.002F;
 constexpr float furtherFixedSeconds = 0.000002F;
 constexpr float countsPerSecond = 80000000.0F;
 constexpr float pulseCounts = 160000.0F;
-constexpr float countLimit = 65535.0F;  ///< counts lie below
+constexpr float countLimit = 65535.0F;  ///< counts are below this
 constexpr int smallestDivisorLog2 = 10;
 constexpr int largestDivisorLog2 = 127;  ///< that a float holds
 
-/// Clock divide N and the counts under it.
+/// Clock divide N and the counts for it.
 struct PulseSetting {
     int divide;
     unsigned width;
     unsigned pause;
 };
 
-/// The setting with the smallest N whose counts fit. Nothing if none does.
+/// The setting with the smallest N whose counts fit; empty if there is none.
 std::optional<PulseSetting> findSetting(float frequencyHz) {
     const float period = (1.0F / frequencyHz - fixedSeconds - furtherFixedSeconds) * countsPerSecond;
     for (int divisorLog2 = smallestDivisorLog2; divisorLog2 <= largestDivisorLog2; ++divisorLog2) {
@@ -76,7 +76,7 @@ void EpixDetector::configurePGFrequency(float frequencyHz) {
                          highestFrequencyHz),
              DerrBadRequest, here);
     constexpr int firstTooLarge = PRINC_EPCD_MAXVAL + 1;
-    // Zero, negative and not a number: no setting is theirs.
+    // Zero, negative and not a number have no setting.
     const std::optional<PulseSetting> setting = frequencyHz > 0.0F ? findSetting(frequencyHz) : std::nullopt;
     const int divide = setting ? setting->divide : firstTooLarge;
     if (divide >= firstTooLarge)

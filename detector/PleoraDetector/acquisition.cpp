@@ -14,7 +14,7 @@
 
 namespace {
 
-/// Keeps `ReadBuffer` and `WriteBuffer` of all GigE detectors apart.
+/// Serialises `ReadBuffer` and `WriteBuffer` of all GigE detectors.
 CriticalSection bufferSection;
 
 constexpr int acquisitionRunning = 1;
@@ -22,8 +22,8 @@ constexpr std::size_t longestMessage = 1023;
 constexpr const char* snapProblem = "Problem Snapping Image!";
 constexpr const char* releaseProblem = "Problem releasing detector buffers!";
 
-/// Every copy into or out of a ring block. A reader that lags a whole ring behind sees the block being overwritten: the
-/// one race that is meant to be, and the race detector knows it by this name.
+/// Every copy into or out of a ring block. A reader that lags behind by a whole ring sees the block being overwritten:
+/// the only intended race; the thread sanitizer's suppressions name this function.
 [[gnu::noinline]] void copyFrame(void* target, const void* source, std::int64_t bytes) {
     std::memcpy(target, source, static_cast<std::size_t>(bytes));
 }
@@ -55,7 +55,7 @@ std::int64_t PleoraDetector::currentPayload() {
 void* PleoraDetector::ringBlock(int buffer, std::int64_t bytes) {
     if (frameBuffers == nullptr) fail(bufferRangeText, DerrResources, "RAIIBuffer::GetBuffer");
     void* const block = frameBuffers->GetBuffer(buffer);
-    // What a reallocation that ran out of memory has left.
+    // Left by a reallocation that ran out of memory.
     if (block == nullptr || static_cast<std::int64_t>(frameBuffers->GetBlockSize(buffer)) < bytes)
         fail(noMemoryText, DerrResources, "RAIIBuffer::GetBuffer");
     return block;
@@ -68,25 +68,25 @@ bool PleoraDetector::copyIntoRing(int buffer, const std::uint8_t* source, std::u
     return true;
 }
 
-// A `Snap` right behind the last frame of a run may have given it back already.
+// A `Snap` right after the last frame of a run may have released it already.
 PvResult PleoraDetector::releaseFrame() {
     PvBuffer* const buffer = pleoraLib->Buffer_GetBuffer();
     return frameHeld.exchange(false) ? pleoraLib->Pipeline_ReleaseBuffer(buffer) : PvResult();
 }
 
-void PleoraDetector::giveBackHeldFrame() {
+void PleoraDetector::releaseHeldFrame() {
     if (frameHeld) attempt("while a frame was given back", [this] { releaseFrame(); });
 }
 
 bool PleoraDetector::retrieveInto(int buffer, int timeoutMs) {
     constexpr const char* here = "PleoraDetector::Snap";
-    giveBackHeldFrame();
+    releaseHeldFrame();
     const std::uint64_t generation = currentGeneration();
     expect(Test::IsOK,
            pleoraLib->Pipeline_RetrieveNextBuffer(pleoraLib->Buffer_GetBufferPtr(), &operationResult, timeoutMs),
            snapProblem, here, DerrAcquisition);
     frameHeld = true;
-    if (!operationResult.IsOK()) giveBackHeldFrame();
+    if (!operationResult.IsOK()) releaseHeldFrame();
     expect(Test::IsOK, operationResult, snapProblem, here, DerrAcquisition);
     getQorLogger()->info("Acquired frame, copying to local buffer {}", buffer);
     const std::uint8_t* const pixels = pleoraLib->Buffer_GetImagePointer();
@@ -105,7 +105,7 @@ void PleoraDetector::Snap(int buffer, int timeoutMs) {
         const platform::Time deadline = platform::deadlineAfterMs(timeoutMs);
         int remainingMs = timeoutMs;
         while (!retrieveInto(buffer, remainingMs)) {
-            // A frame from before a change of size: the next one may come within what is left of the time.
+            // A frame from before a change of size: wait for the next one in the remaining time.
             ++staleFrames;
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - platform::now());
             if (timeoutMs > 0) remainingMs = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
@@ -151,8 +151,8 @@ void PleoraDetector::ReadBuffer(int buffer, void* target) {
         const CriticalSectionLock section(bufferSection);
         const platform::SharedLock gate(ringGate);
         if (buffer < 0 || buffer >= numBuffers) fail(bufferRangeText, DerrResources, "RAIIBuffer::GetBuffer", buffer);
-        // A device that rounds its width up delivers more than the caller has room for. So does one whose binning
-        // was changed by register: a getter has found it since, and the caller allocates what the getters report.
+        // A device that rounds its width up delivers more than the caller's memory holds. So does one whose binning
+        // was changed by register, once a getter has read it: callers allocate what the getters report.
         std::int64_t bytes = std::min(payloadSize, frameSize);
         if (const std::optional<std::int64_t> reported = cachedFrameBytes()) bytes = std::min(bytes, *reported);
         checkPlane(target, bytes);

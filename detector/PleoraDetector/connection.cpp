@@ -4,6 +4,7 @@
 #include "InternalUtils/Failure.h"
 #include "detector/PleoraDetector.h"
 #include "detector/attempt.h"
+#include "detector/baseDetector/serialProtocol.h"
 #include "platform/Event.h"
 
 namespace {
@@ -25,13 +26,13 @@ PleoraDetector::PleoraDetector(const char* address, QuorinDetector* ownerToName)
 
 PleoraDetector::~PleoraDetector() {
     constexpr const char* here = "in a destructor";
-    // A callback that destroys its detector: its thread is let go before anything could wait for it.
+    // A callback destroys its detector: detach its thread before anything can wait for it.
     if (callbackLoop->onThisThread()) attempt(here, [this] { releaseCallbackThread(); });
     attempt(here, [this] {
         if (connected) PleoraDetector::CloseBrd();
     });
     attempt(here, [this] { releaseCallbackThread(); });
-    // What a failed open or close has left. The eBUS objects go with `PleoraLib`.
+    // Left by a failed open or close. `PleoraLib` destroys the eBUS objects.
     endLiveThread();
     if (handleOpen) platform::closeEvent(frameCapturedEvent);
 }
@@ -49,7 +50,7 @@ void PleoraDetector::OpenBrd(char* text, int bufferCount) {
 
 void PleoraDetector::OpenBrd(char* /*text*/) {
     layer("PleoraDetector::OpenBrd", [&] {
-        if (broughtUp && !connected) releaseConnection();  // kept by an open that failed
+        if (broughtUp && !connected) releaseConnection();  // left by an open that failed
         try {
             bringUp();
         } catch (const QuorinException&) {
@@ -74,9 +75,7 @@ void PleoraDetector::bringUp() {
     required(pleoraLib->Dev_SetStreamDestination(localAddress, port), configureProblem);
     for (const char* timeout : {"RequestTimeout", "FirstPacketTimeout", "InterPacketTimeout"})
         required(pleoraLib->Stream_SetIntegerValue(timeout, streamTimeoutMs), configureProblem);
-    constexpr double baud = 115200.0;
-    constexpr int dataBits = 8;
-    SerialConfigure(baud, dataBits, 0, 1);
+    SerialConfigure(serial::baud, serial::dataBits, serial::noParity, serial::stopBits);
     required(pleoraLib->Dev_SetEnumValue("PixelFormat", pixelFormatMono14), configureProblem);
     required(pleoraLib->IP_Open(PvDeviceSerial0), "Problem Openning Serial connection to detector!");
     std::int64_t payload = 0;
@@ -100,13 +99,13 @@ void PleoraDetector::buildRing(std::int64_t blockBytes) {
 }
 
 void PleoraDetector::releaseConnection() {
-    // Whatever was open and however the calls end: the eBUS objects go anyway.
+    // Results do not matter: `deinit` destroys the eBUS objects in any case.
     attempt("while a connection was released", [this] {
         pleoraLib->IP_Close();
         pleoraLib->Stream_Close();
         pleoraLib->Dev_Disconnect();
     });
-    frameHeld = broughtUp = false;  // gone with the eBUS objects
+    frameHeld = broughtUp = false;  // destroyed with the eBUS objects
     pleoraLib->deinit();
 }
 
@@ -137,10 +136,10 @@ void PleoraDetector::CloseBrd() {
     const StoppableGuard lock(acquisitionLock);
     if (IsLive()) GoUnLive();
     joinLiveThread();
-    // A thread that ended by itself may still be in its last callback, which may make this call.
+    // A callback thread whose run has ended may still be in its last callback, which may make this call.
     if (!callbackLoop->onThisThread()) StopCallbackThread();
     if (broughtUp) {
-        disableGeneratorOrLetItGo();
+        disableGeneratorForClose();
         if (pleoraLib->IP_IsOpened()) closed(pleoraLib->IP_Close());
         if (pleoraLib->Pipeline_IsStarted()) closed(pleoraLib->Pipeline_Stop());
         if (pleoraLib->Stream_IsOpen()) closed(pleoraLib->Stream_Close());
@@ -148,12 +147,12 @@ void PleoraDetector::CloseBrd() {
     }
     commsOpen = false;
     if (handleOpen) CloseDetectorHandle();
-    frameHeld = broughtUp = false;  // gone with the eBUS objects
+    frameHeld = broughtUp = false;  // destroyed with the eBUS objects
     pleoraLib->deinit();
 }
 
-/// A device that is gone can't be told, and must not keep the board from being closed; the next open wires it anew.
-void PleoraDetector::disableGeneratorOrLetItGo() {
+/// A device that no longer answers must not keep the board from being closed; the next open restores its wiring.
+void PleoraDetector::disableGeneratorForClose() {
     if (!pulseGeneratorEnabled) return;
     try {
         DisablePulseGenerator();

@@ -16,7 +16,7 @@ constexpr const char* sizeProblem = "Failed to configure Pleora interface: Probl
 const std::int32_t PleoraDetector::MAX_DATA_RATE;
 
 std::int32_t PleoraDetector::blockBytesFor(std::int64_t payload) {
-    constexpr std::int32_t refused = -1;  // what no block can have is short of memory, and is told as that
+    constexpr std::int32_t refused = -1;  // `RAIIBuffer` reports a size that no block can have as a lack of memory
     return payload > std::numeric_limits<std::int32_t>::max()
                ? refused
                : static_cast<std::int32_t>(std::max<std::int64_t>(payload, refused));
@@ -37,7 +37,7 @@ void PleoraDetector::updateImageParams() {
     expect(Test::NotFailure, pleoraLib->Dev_SetIntegerValue("Width", askedWidth), sizeProblem, here);
     const int askedHeight = GetBufferYdim();
     expect(Test::NotFailure, pleoraLib->Dev_SetIntegerValue("Height", askedHeight), sizeProblem, here);
-    // The device may have rounded: from here on its values count.
+    // The device may have rounded: use its values from here on.
     readFeature("Width", imageWidth, sizeProblem, here);
     readFeature("Height", imageHeight, sizeProblem, here);
     std::int64_t payload = currentPayload();
@@ -46,23 +46,23 @@ void PleoraDetector::updateImageParams() {
     {
         const platform::ExclusiveLock gate(ringGate);
         generation = ++ringGeneration;
-        // The pipeline allocates its buffers when it starts: one that does not stop keeps the old ones.
+        // The pipeline allocates its buffers when it starts: one that cannot be stopped keeps the old ones.
         pipelineSize = takesNewSize ? payload : std::min(pipelineSize, payload);
         payloadSize = payload;
         frameSize = static_cast<std::int64_t>(askedWidth) * askedHeight * bytesPerPixel;
         frameBuffers->ReAlloc(blockBytesFor(payload));
     }
     pleoraLib->Pipeline_SetBufferSize(static_cast<std::uint32_t>(payload));
-    letLiveThreadSeeNewSize(generation);
+    waitUntilLiveThreadSees(generation);
     if (IsLive()) StartAcq();
     if (wasStarted) pleoraLib->Pipeline_Start();
 }
 
-/// A frame that arrives during a wait begun before the change has an unknown size, and the live thread drops it. So no
+/// The live thread drops a frame that arrives in a wait that began before the change, since its size is unknown. So no
 /// frame may arrive until that thread has begun a new wait.
-void PleoraDetector::letLiveThreadSeeNewSize(std::uint64_t generation) {
+void PleoraDetector::waitUntilLiveThreadSees(std::uint64_t generation) {
     constexpr std::chrono::milliseconds pause{1};
-    constexpr std::chrono::milliseconds patience{1000};  // ten times what one wait of the live thread takes
+    constexpr std::chrono::milliseconds patience{1000};  // ten times a wait of the live thread
     const platform::Time deadline = platform::now() + patience;
     while (awaitedGeneration < generation && platform::now() < deadline) platform::sleepFor(pause);
 }

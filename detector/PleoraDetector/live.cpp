@@ -60,7 +60,7 @@ void PleoraDetector::joinLiveThread() {
 }
 
 void PleoraDetector::endLiveThread() {
-    stopping = true;  // so that the thread doesn't wait for the lock
+    stopping = true;  // so that the live thread does not wait for the lock
     callbackLoop->wake();
     stopRequested = true;
     joinLiveThread();
@@ -84,15 +84,15 @@ std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
         StoppableLock& lock;
         bool held = false;
         explicit Held(StoppableLock& toHold) : lock(toHold) {}
-        /// `GoUnLive` holds the lock while it joins this thread: it covers what is done here then.
-        void takeUnless(const std::atomic<bool>& stopping) NO_THREAD_SAFETY_ANALYSIS {
+        /// While `GoUnLive` joins this thread it holds the lock, which then also protects the work here.
+        void lockUnless(const std::atomic<bool>& stopping) NO_THREAD_SAFETY_ANALYSIS {
             if (!held) held = lock.lockUnless(stopping);
         }
         ~Held() NO_THREAD_SAFETY_ANALYSIS {
             if (held) lock.unlock();
         }
     } acquisition(acquisitionLock);
-    const auto told = [&](const std::string& text, const char* reason) {
+    const auto liveFailure = [&](const std::string& text, const char* reason) {
         return QuorinException((text + reason).c_str(), DerrTransport, __LINE__, baseName(__FILE__), here, 0, "");
     };
     try {
@@ -110,8 +110,8 @@ std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
             getQorLogger()->info("Acquired frame {}/{} with field count {}, copying to local buffer {}", taken + 1,
                                  limit, fieldCount.load(), capturedBuffer.load());
             if (limit != 0 && taken >= limit - 1) {
-                // Whoever is woken by the signal of the last frame finds the run over.
-                acquisition.takeUnless(stopping);
+                // A thread that the last frame's signal wakes finds the run ended.
+                acquisition.lockUnless(stopping);
                 if (acquisition.held) live = false;
             }
             getQorLogger()->debug("FRAME_EVENT: Signal frame captured event");
@@ -119,22 +119,23 @@ std::uint32_t PleoraDetector::LiveThread(int start, int stop, int limit) {
             if (limit != 0) ++taken;
             check(Test::NotFailure, releaseFrame(), "Problem releasing detector buffers!", here);
         }
-        acquisition.takeUnless(stopping);
+        acquisition.lockUnless(stopping);
         StopAcq();
         live = false;
     } catch (const QuorinException& failure) {
         liveError = failure;
     } catch (const std::exception& failure) {
-        liveError = madeOrOutOfMemory([&] { return told("An error occured in the Live thread: ", failure.what()); });
+        liveError =
+            madeOrOutOfMemory([&] { return liveFailure("An error occured in the Live thread: ", failure.what()); });
     } catch (...) {
-        liveError = madeOrOutOfMemory([&] { return told("An unknown error occured in the Live thread.", ""); });
+        liveError = madeOrOutOfMemory([&] { return liveFailure("An unknown error occured in the Live thread.", ""); });
     }
     return 0;
 }
 
 bool PleoraDetector::takeLiveFrame(int start, int stop) {
     constexpr const char* here = "PleoraDetector::LiveThread";
-    giveBackHeldFrame();
+    releaseHeldFrame();
     struct Waiting {
         std::atomic<std::uint64_t>& awaited;
         ~Waiting() { awaited = notWaiting; }
@@ -150,7 +151,7 @@ bool PleoraDetector::takeLiveFrame(int start, int stop) {
     if (!retrieved.IsOK() && retrieved.GetCode() == noFrameCode) return false;
     check(Test::IsOK, retrieved, liveProblem, here);
     frameHeld = true;
-    if (!frameResult.IsOK()) giveBackHeldFrame();
+    if (!frameResult.IsOK()) releaseHeldFrame();
     check(Test::IsOK, frameResult, liveProblem, here);
     const std::uint8_t* const pixels = pleoraLib->Buffer_GetImagePointer();
     if (pixels == nullptr) fail(liveProblem, DerrTransport, here, 0, noPixelsText);
@@ -158,10 +159,10 @@ bool PleoraDetector::takeLiveFrame(int start, int stop) {
     const int next = previous >= stop ? start : previous + 1;
     capturedBuffer = next;
     if (!copyIntoRing(next, pixels, generation)) {
-        // From before a change of size: nothing can be done with it but to give it back.
+        // From before a change of size: release it.
         ++staleFrames;
         capturedBuffer = previous;
-        giveBackHeldFrame();
+        releaseHeldFrame();
         return false;
     }
     return true;

@@ -5,7 +5,7 @@
 #include "detector/baseDetector/serialProtocol.h"
 #include "platform/Clock.h"
 
-/// Power commands: on this transport they go over the serial channel.
+/// Power commands, sent over the serial channel.
 
 namespace {
 

@@ -21,8 +21,7 @@ constexpr std::int64_t rawDuration = 1000;
 constexpr std::int64_t rawDelay = 1000;
 constexpr double frequencyTolerance = 0.2;
 
-/// The granularity factor for a frequency: its timer period is (factor + 1) granules. Nothing for a frequency that no
-/// 32-bit factor gives.
+/// The granularity factor for a frequency: its timer period is (factor + 1) granules. Empty if no 32-bit factor exists.
 std::optional<std::int32_t> granularityFactor(float frequencyHz) {
     const auto granules = static_cast<float>(static_cast<double>(1.0F / frequencyHz) / granuleSeconds);
     const float factor = granules - 1.0F;

@@ -29,7 +29,7 @@ const char* pick(const std::array<Choice, N>& choices, int value, const char* re
     fail(refusal, DerrBadRequest, "PleoraDetector::SerialConfigure", value);
 }
 
-/// Cuts towards zero; what no integer holds becomes one that is in no table.
+/// Truncates towards zero; a value outside the range of int becomes one that is in no table.
 int cutToInteger(double value) {
     constexpr double limit = 2147483647.0;
     return std::isnan(value) ? 0 : static_cast<int>(std::clamp(value, -limit, limit));

@@ -63,7 +63,7 @@ void baseDetector::StartCallbackThread() {
         if (callbackFunction == nullptr || callbackRunning) return;
         getQorLogger()->info("CALLBACK: Starting callback thread");
         if (callbackLoop->onThisThread()) {
-            // A callback starts the next run: the thread that it runs on serves that one too.
+            // A callback starts the next run: its thread serves that run too.
             callbackRunning = true;
             getQorLogger()->info("CALLBACK: Callback thread started");
             return;
@@ -99,7 +99,7 @@ void baseDetector::StopCallbackThread() {
         }
         if (callbackLoop->onThisThread()) {
             if (!wasRunning) return;
-            // The join would wait for itself. The thread ends on its own once the callback has returned.
+            // The thread would join itself. It ends once the callback has returned.
             throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
         }
         ended = std::move(callbackThread);
@@ -117,7 +117,7 @@ void baseDetector::releaseCallbackThread() {
     callbackRunning = false;
     callbackLoop->wake();
     callbackLoop->abandoned = true;
-    callbackLoop->thread = std::thread::id();  // nobody joins this thread any more: it may wait for locks as others do
+    callbackLoop->thread = std::thread::id();  // no thread joins it any more: it may wait for locks as any other
     if (callbackThread != nullptr) callbackThread->detach();
     callbackThread.reset();
 }
@@ -156,7 +156,7 @@ std::uint32_t baseDetector::CallbackCounterThread(CallbackLoop& loop) {
 
 void baseDetector::callbackRound(CallbackLoop& loop) {
     constexpr int waitMs = 1000;
-    if (!goesOnCalling()) return;
+    if (!callbacksContinue()) return;
     WaitImage(waitMs);
     const int buffer = GetCapturedBuffer();
     const int field = GetFieldCount();
@@ -170,9 +170,9 @@ void baseDetector::callbackRound(CallbackLoop& loop) {
     getQorLogger()->info("CALLBACK: Returned from customer callback for field count {}, buffer {}", field, buffer);
 }
 
-bool baseDetector::goesOnCalling() {
-    // Under both locks, so that no run can begin between the question and the end: its start would find this thread
-    // still running and start none.
+bool baseDetector::callbacksContinue() {
+    // Under both locks, so that no run can start between the check and the end: its start would find this thread
+    // running and start none.
     if (!acquisitionLock.lockUnlessStopped()) return false;
     const StoppableGuard acquisition(acquisitionLock, std::adopt_lock);
     const platform::MutexLock lock(callbackMutex);

@@ -48,7 +48,7 @@ float baseDetector::GetExposureWindow() {
 
 void baseDetector::SetExposureWindow(float window) {
     const std::int64_t count = windowCount(window);
-    // Refused before half of it is written: the detector reads the pair back as a signed 32-bit count.
+    // Refuse before the first half is written: the detector reads the pair back as a signed 32-bit count.
     if (count < 0 || count > std::numeric_limits<std::int32_t>::max())
         fail("Failed to set exposure window", DerrExposure, "baseDetector::SetExposureWindow");
     WriteRegister(registers::windowLow, static_cast<int>(count & registers::mask16), allSensors);
@@ -83,7 +83,7 @@ void baseDetector::SetExposureTime(float timeMs) {
     constexpr const char* here = "baseDetector::SetExposureTime";
     CheckConnected();
     const float minimum = minimumExposureWindow + readoutTime;
-    // Written so that a not-a-number selects the minimum as well.
+    // Written so that NaN selects the minimum too.
     const float window = (timeMs > minimum ? timeMs : minimum) - readoutTime;
     bool refused = false;
     float taken = 0.0F;
@@ -168,7 +168,7 @@ float baseDetector::GetFirmwareMinimumExposureWindow() {
         // The firmware clamps a request for 0 to its own minimum.
         const float minimum = SetExposureWindowUntil(
             0.0F, [&](float readBack) { return !equal(readBack, probeWindowMs) && readBack < probeWindowMs; });
-        // A window that was half written when a call failed can lie below what the firmware takes.
+        // A window that was half written when a call failed can be below what the firmware accepts.
         const float restored = std::max(saved, minimum);
         SetExposureWindowUntil(restored, [&](float readBack) { return equal(readBack, restored); });
         return minimum;

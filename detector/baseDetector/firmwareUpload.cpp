@@ -17,14 +17,14 @@
 #include "platform/Clock.h"
 #include "platform/SystemError.h"
 
-/// The upload of a firmware image into the flash memory of one sensor's controller.
+/// The upload of a firmware image to the flash memory of one sensor's controller.
 
 namespace {
 
 constexpr const char* here = "baseDetector::UploadFirmware";
 constexpr int highestSensor = 9;
 constexpr std::size_t largestImage = highestFirmwareBlockCount * firmwareBlockSize;
-constexpr std::size_t longestFile = 16 * largestImage;  // of erased flash behind the image: a device has no end
+constexpr std::size_t longestFile = 16 * largestImage;  // erased flash may follow the image; a device file has no end
 constexpr int erasePolls = 60;
 constexpr std::chrono::milliseconds erasePause{1000};
 constexpr std::chrono::milliseconds writePause{5000};
@@ -36,7 +36,7 @@ constexpr const char* diagnosticFile = "C:/tmp/flashcmd.txt";
          0, "", line, __FILE__);
 }
 
-/// The file, without what lies behind the largest image: refused unless it is erased flash.
+/// Reads the file up to the size of the largest image; refuses further content unless it is erased flash.
 std::vector<std::uint8_t> readImage(const char* fileName) {
     const auto refuse = [](int error) {
         fail("Failed to open file.", DerrBadRequest, here, error, platform::systemErrorText(error).c_str());
@@ -56,18 +56,17 @@ std::vector<std::uint8_t> readImage(const char* fileName) {
         image.insert(image.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(count));
         passed += count;
         if (image.size() <= largestImage) continue;
-        const auto behind = image.begin() + static_cast<std::ptrdiff_t>(largestImage);
-        if (CountFirmwareBlocks({behind, image.end()}) > 0 || passed > longestFile) refuseLargeImage();
-        // Erased flash behind the end need not be kept, but for the beginning of a block.
-        const std::ptrdiff_t rest = (image.end() - behind) % static_cast<std::ptrdiff_t>(firmwareBlockSize);
-        image.erase(behind, image.end() - rest);
+        const auto excess = image.begin() + static_cast<std::ptrdiff_t>(largestImage);
+        if (CountFirmwareBlocks({excess, image.end()}) > 0 || passed > longestFile) refuseLargeImage();
+        // Drop erased flash after the largest image, but for the beginning of a block.
+        const std::ptrdiff_t rest = (image.end() - excess) % static_cast<std::ptrdiff_t>(firmwareBlockSize);
+        image.erase(excess, image.end() - rest);
     }
-    if (std::ferror(file.get()) != 0) refuse(errno);  // a directory opens, but doesn't read
+    if (std::ferror(file.get()) != 0) refuse(errno);  // a directory can be opened, but not read
     return image;
 }
 
-/// The packet's bytes as decimal numbers, for whoever looks into a failed upload. Without its folder nothing is
-/// written.
+/// Writes the packet's bytes as decimal numbers, to diagnose a failed upload; nothing without the folder.
 void appendDiagnostics(const std::array<std::uint8_t, firmwarePacketSize>& packet) {
     std::ofstream file(diagnosticFile, std::ios::binary | std::ios::app);
     if (!file) return;

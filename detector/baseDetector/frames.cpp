@@ -14,14 +14,14 @@
 namespace {
 
 constexpr int publicWaiter = 2;
-constexpr double sharedFrameMs = 50.0;  ///< a frame that another kind of waiter got less than this ago is shared
+constexpr double sharedFrameMs = 50.0;  ///< a frame is shared with the other kind of waiter for this long
 constexpr double msPerSecond = 1000.0;
 constexpr int bytesPerPixel = 2;
 constexpr const char* timeoutText = "Image did not arrive within the timeout.";
 constexpr const char* wrongDimensionsText = "Dimensions of image are not correct or supported!";
 
-/// Asks for the memory of all missing planes at once: taken plane by plane, those up to a number gone wrong would use
-/// up the machine's before anybody says no.
+/// Requests the memory of all missing planes in one allocation: with a wrong plane number, planes allocated one by one
+/// would use up the machine's memory before a request fails.
 void checkRoomForPlanes(const QorImage& image, int plane) {
     if (plane <= image.GetImageDepth()) return;
     const auto missing = static_cast<std::size_t>(plane) + 1 - static_cast<std::size_t>(image.GetImageDepth());
@@ -29,7 +29,7 @@ void checkRoomForPlanes(const QorImage& image, int plane) {
     try {
         std::vector<unsigned char> room;
         room.reserve(missing * pixels * bytesPerPixel);
-        [[maybe_unused]] const unsigned char* volatile const kept = room.data();  // no compiler leaves the request out
+        [[maybe_unused]] const unsigned char* volatile const kept = room.data();  // keeps the request in the program
     } catch (const std::exception&) {
         fail(noMemoryText, DerrResources, "baseDetector::ReadBuffer", plane);
     }
@@ -40,7 +40,7 @@ struct Plane {
     std::int64_t bytes = 0;
 };
 
-/// The plane of an image that this thread's `ReadBuffer` fills.
+/// The plane that this thread's `ReadBuffer` fills.
 thread_local Plane planeBeingRead;
 
 class ReadingPlane {
@@ -61,7 +61,7 @@ void baseDetector::WaitImage(int timeoutMs, int waiter) {
     constexpr const char* here = "baseDetector::WaitImage";
     layer(here, [&] {
         CheckConnected();
-        // A stop that joins the callback thread can't wait for an application that sits in an endless wait.
+        // A stop that joins the callback thread must not wait for an application thread in an endless wait.
         if (!waitSection.lockUnlessStopped())
             fail(timeoutText, DerrAcquisition, here, static_cast<int>(platform::waitTimedOut));
         const StoppableGuard lock(waitSection, std::adopt_lock);
@@ -74,7 +74,7 @@ void baseDetector::WaitImage(int timeoutMs, int waiter) {
         }
         const std::uint32_t result = platform::waitForEvent(frameCapturedEvent, static_cast<std::uint32_t>(timeoutMs));
         if (result != platform::waitSignaled) {
-            const std::string lastError = GetLastErrorText();  // before anything else can replace it
+            const std::string lastError = GetLastErrorText();  // before another call replaces it
             CheckForLiveError();
             if (result == platform::waitTimedOut)
                 fail(timeoutText, DerrAcquisition, here, static_cast<int>(platform::waitTimedOut));

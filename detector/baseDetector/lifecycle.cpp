@@ -64,7 +64,7 @@ void baseDetector::openWith(const std::function<void(char*)>& openTransport, boo
         frameCapturedEvent = CreateDetectorHandle();
         getSlowed();
         UpdateFeaturesFlags();
-        // The transport may have asked for the frame size before it was known whether the detector has flagged 4x4
+        // The transport may have read the frame size before the library knew whether the detector has flagged 4x4
         // binning, which looks like no binning until then.
         if (ignored4x4Flag.exchange(false) && QueryBinningMode(Bin4x4Flagged) == 1 && GetBinningMode() == Bin4x4Flagged)
             UpdateInterfaceImageSize();

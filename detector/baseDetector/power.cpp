@@ -7,7 +7,7 @@
 #include "detector/baseDetector/serialProtocol.h"
 #include "platform/Clock.h"
 
-/// The half of switching the power that doesn't depend on the transport. The transports' own half comes first.
+/// The part of a power switch that does not depend on the transport. It follows the transport's part.
 
 namespace {
 

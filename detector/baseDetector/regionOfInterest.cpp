@@ -16,12 +16,12 @@ constexpr int leftSensor = 1;
 constexpr int rightSensor = 2;
 constexpr const char* notSupportedText = "This detector does not support ROI";
 
-/// Where a stretch of `size` begins that lies in the middle of `whole`; rounds toward zero.
+/// The start of a range of `size` in the middle of `whole`, rounded towards zero.
 int centred(int whole, int size) {
     return static_cast<int>((static_cast<std::int64_t>(whole) - size) / 2);
 }
 
-/// Refuses a region that the detector can't take; the first rule that is broken gives the text.
+/// Refuses a region that the detector does not support, with the text of the first rule that it breaks.
 void checkRegion(int width, int height, int startRow, int startColumn, int maximumWidth, int maximumHeight) {
     const auto refuse = [](const std::string& rule) {
         fail("Cannot set ROI: ROI " + rule, DerrBadRequest, "baseDetector::SetROIArea");

@@ -87,7 +87,7 @@ int baseDetector::GetSensorVersion() {
 bool baseDetector::IsKestrane() {
     constexpr int upperByte = 0xFF00;
     if (electronicsFamily < 0) {
-        // Past the post-command wait, which itself depends on the answer.
+        // Without the wait after a command, which itself depends on the answer.
         std::array<char, serial::replySize> reply{};
         SendCommandWithoutFlashStatusCheck(serial::familyRead.data(), serial::familyRead.size(), reply.data(),
                                            serial::plainPollDelayMs);

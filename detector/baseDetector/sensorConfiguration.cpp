@@ -10,7 +10,7 @@
 #include "maintenance.h"
 #include "platform/Clock.h"
 
-/// The replay of a sensor configuration file: one serial command a line.
+/// The replay of a sensor configuration file: one serial command per line.
 
 void baseDetector::LoadSensorConfigFile(const char* fileName) {
     constexpr const char* here = "baseDetector::LoadSensorConfigFile";

@@ -17,7 +17,7 @@ namespace {
 
 using ReplyBuffer = std::array<char, serial::replySize>;
 
-// Handed over as they stand: the %d is part of the texts.
+// Passed as they are: the %d is part of the texts.
 constexpr const char* registerRangeText = "The register you are trying to access is out of range (0-%d)!";
 constexpr const char* valueRangeText = "The register value you are trying to write is out of range (0-%d)!";
 constexpr const char* sensorRangeText =
@@ -60,7 +60,7 @@ void baseDetector::ReadRS232Cmd(int reg, char* dst, int size, unsigned short sen
             SendCommand(command.c_str(), reply.data());
             ++attempts;
         }
-        // The fifth send ends the patience: even a good reply to it counts as a failure.
+        // The fifth send fails, even with a good reply.
         if (attempts >= serial::readAttempts) fail("Problem performing serial read!", DerrTransport, here);
         serial::copyText(dst, static_cast<std::size_t>(std::max(size, 0)), reply.data());
     });
@@ -147,7 +147,7 @@ void baseDetector::SendCommandWithoutFlashStatusCheck(const char* command, std::
 
         std::string received;
         const std::int64_t start = platform::tickCountMs();
-        // Without a delay the first read follows at once; only between reads is it another thread's turn.
+        // Without a delay the first read follows immediately, and each further one after a yield to other threads.
         for (bool first = true; first || platform::tickCountMs() - start < serial::replyTimeoutMs; first = false) {
             if (delayMs > 0 || !first) platform::sleepFor(std::chrono::milliseconds(delayMs));
             std::array<char, serial::replySize> chunk{};

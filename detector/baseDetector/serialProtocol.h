@@ -16,7 +16,7 @@ inline constexpr int stopBits = 1;
 inline constexpr char carriageReturn = '\r';
 inline constexpr char readReplyStart = 'S';
 inline constexpr std::size_t replySize = 100;     ///< every reply buffer, terminator included
-inline constexpr std::size_t errorTextSize = 50;  ///< room that "error" is copied within
+inline constexpr std::size_t errorTextSize = 50;  ///< part of a reply buffer that "error" is copied into
 inline constexpr std::size_t commandSize = 24;    ///< formatted command, terminator included
 inline constexpr std::size_t longestStringCommand = 22;
 inline constexpr int replyTimeoutMs = 1000;
@@ -35,8 +35,8 @@ std::string formatRead(int sensor, int reg);
 /// "W%d%03d%05d": writes a register (0 to 999) of a sensor (0 to 9, 0 for all) with 0 to 65535.
 std::string formatWrite(int sensor, int reg, int value);
 
-/// The value of a read reply: exactly 7 characters, the first an S, then a number as `std::stoi` takes it from
-/// characters 1 to 5. Nothing for any other text.
+/// The value of a read reply: exactly 7 characters, the first an S, then a number that `std::stoi` accepts in
+/// characters 1 to 5. Empty for any other text.
 std::optional<int> parseReadReply(std::string_view reply);
 
 /// Copies as much of `text` as fits before the terminator.
@@ -44,6 +44,6 @@ void copyText(char* target, std::size_t size, std::string_view text);
 
 }  // namespace serial
 
-/// True for a 10-character register write whose register is kept in flash: electronics other than Kestrane need a
+/// True for a 10-character write to a register that is kept in flash memory: electronics other than Kestrane need a
 /// pause after it.
 bool IsFlashRegisterWrite(std::string_view command);

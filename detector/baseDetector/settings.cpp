@@ -6,7 +6,7 @@
 #include "detector/registers.h"
 #include "platform/Clock.h"
 
-/// Binning, and the read-modify-write that all settings are made of. A change is two exchanges with no lock across.
+/// Binning, and the read-modify-write of all settings. A change is two exchanges; no lock spans both.
 
 using registers::allSensors;
 using registers::firstSensor;
@@ -14,7 +14,7 @@ using registers::firstSensor;
 namespace {
 
 constexpr std::chrono::milliseconds betweenWrites{1};
-constexpr int takeUpBinning = 514;  ///< written to register 5 after binning or full well changes
+constexpr int applyModesCode = 514;  ///< written to register 5 after binning or full well changes
 constexpr int model5204 = 5204;
 constexpr std::chrono::milliseconds settle5204{82};
 
@@ -40,7 +40,7 @@ int baseDetector::readForChange(int reg) {
 }
 
 float baseDetector::exposureUnlessAt(float minimum) {
-    // Exactly at the minimum it stays at the minimum, whatever that becomes.
+    // An exposure exactly at the minimum follows the minimum when that changes.
     const float exposure = GetCachedExposureTime();
     return exposure == minimum ? 0.0F : exposure;
 }
@@ -64,7 +64,7 @@ void baseDetector::SetBinningMode(bins binning) {
             control |= mode->flagBits;
         }
         writeAndPause(registers::control, control);
-        if (binning != 0) writeAll(registers::takeUp, takeUpBinning);
+        if (binning != 0) writeAll(registers::applyModes, applyModesCode);
         binningMode = binning;
         if (GetCachedModelNumber() == model5204) platform::sleepFor(settle5204);
         UpdateReadoutTime();
@@ -105,7 +105,7 @@ void baseDetector::SetFullWellMode(FullWellModes mode) {
         const int code = ReadRegister(registers::binningCode, firstSensor);
         if (mode == FullWellBit2Clear) writeAll(registers::binningCode, code & ~registers::fullWellBit);
         if (mode == FullWellBit2Set) writeAll(registers::binningCode, code | registers::fullWellBit);
-        writeAll(registers::takeUp, takeUpBinning);
+        writeAll(registers::applyModes, applyModesCode);
         fullWellMode = mode;
     });
 }

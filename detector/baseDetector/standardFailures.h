@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-/// Failures of standard library operations with the texts that applications know, whatever library this is built with.
+/// Failures of standard library operations, with the same texts for every standard library.
 namespace standardText {
 
 inline constexpr const char* stoiArgument = "invalid stoi argument";

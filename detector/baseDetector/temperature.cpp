@@ -44,8 +44,8 @@ const SensorCount* findSensorCount(int model) {
     return nullptr;
 }
 
-/// The hexadecimal digits behind `lead`; nothing for a field without its lead or without digits.
-std::optional<std::string_view> digitsBehind(std::string_view field, std::string_view lead) {
+/// The hexadecimal digits after `lead`; empty for a field without the lead or without digits.
+std::optional<std::string_view> digitsAfter(std::string_view field, std::string_view lead) {
     if (field.size() <= lead.size() || field.substr(0, lead.size()) != lead) return std::nullopt;
     return field.substr(lead.size());
 }
@@ -59,9 +59,9 @@ std::optional<int> parseAuxiliaryReading(std::string_view reply) {
     const std::size_t secondComma = reply.find(',', firstComma + 1);
     if (secondComma == std::string_view::npos || reply.find(',', secondComma + 1) != std::string_view::npos)
         return std::nullopt;
-    const auto first = digitsBehind(reply.substr(0, firstComma), "Sx");
-    const auto second = digitsBehind(reply.substr(firstComma + 1, secondComma - firstComma - 1), "x");
-    const auto third = digitsBehind(reply.substr(secondComma + 1), "x");
+    const auto first = digitsAfter(reply.substr(0, firstComma), "Sx");
+    const auto second = digitsAfter(reply.substr(firstComma + 1, secondComma - firstComma - 1), "x");
+    const auto third = digitsAfter(reply.substr(secondComma + 1), "x");
     if (!first || !second || !third) return std::nullopt;
     int value = 0;
     const auto [end, error] = std::from_chars(first->data(), first->data() + first->size(), value, hexadecimal);

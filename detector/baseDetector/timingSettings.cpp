@@ -6,7 +6,7 @@
 #include "detector/baseDetector.h"
 #include "detector/registers.h"
 
-/// Gap time, numbers and times of pre-programmed exposures, slice interlacing and legacy timing.
+/// Gap time, number and times of pre-programmed exposures, slice interlacing and legacy timing.
 
 using registers::firstSensor;
 
@@ -17,7 +17,7 @@ constexpr std::size_t fewestPreProgrammedTimes = 2;
 constexpr float gapCountsPerMs = 10.0F;
 constexpr float windowCountsPerMs = 100.0F;
 
-/// Truncated towards zero; what no integer holds becomes the nearest one, a not-a-number 0.
+/// Truncates towards zero; clamps to the range of int; NaN becomes 0.
 int truncated(float value) {
     constexpr auto limit = static_cast<float>(std::numeric_limits<std::int32_t>::max() - 127);
     return std::isnan(value) ? 0 : static_cast<int>(std::clamp(value, -limit, limit));
@@ -91,7 +91,7 @@ void baseDetector::SetPreProgrammedExposureTimes(const std::vector<float>& times
     const std::optional<std::uint16_t> cached = numOfExposures.get();
     if ((cached ? *cached : GetNumOfExposures()) != timesMs.size()) SetNumOfExposures(static_cast<int>(timesMs.size()));
     std::vector<float> all = timesMs;
-    all.resize(preProgrammedTimes, 0.0F);  // the entries added become the minimum window
+    all.resize(preProgrammedTimes, 0.0F);  // added entries become the minimum window
     for (std::size_t entry = 0; entry < all.size(); ++entry)
         SetExposureTime2(all[entry], lowRegister(entry), highRegister(entry));
 }
@@ -99,7 +99,7 @@ void baseDetector::SetPreProgrammedExposureTimes(const std::vector<float>& times
 void baseDetector::SetPreProgrammedExposureTimes(const float* timesMs, std::size_t count) {
     CheckConnected();
     const std::size_t entries = timesMs == nullptr ? 0 : count;
-    checkEntryCount(entries);  // before anything is copied: a wrong count may be any number
+    checkEntryCount(entries);  // before the copy: a wrong count may be any number
     SetPreProgrammedExposureTimes(std::vector<float>(timesMs, timesMs + entries));
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 std::atomic<ScopedVirtualClock*> virtualClock{nullptr};
 std::atomic<int> clockSpeed{1};
-std::atomic<Time::rep> speedBegan{0};  ///< steady time from which on time runs at that speed
+std::atomic<Time::rep> speedBegan{0};  ///< steady time since which time runs at that speed
 
 Time steadyNow() {
     return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
@@ -30,11 +30,11 @@ std::chrono::steady_clock::time_point toSteady(Time time) {
         std::chrono::duration_cast<std::chrono::steady_clock::duration>(steady));
 }
 
-/// The one thread that runs scheduled tasks on the real clock; it starts with the first of them.
+/// The thread that runs scheduled tasks on the real clock; it starts with the first task.
 class TimerThread {
 public:
     static TimerThread& instance() {
-        // The queue is never destroyed: whoever schedules during the end of the process still finds it.
+        // The queue is never destroyed: a task may be scheduled while the process ends.
         static TimerThread& theInstance = *new TimerThread;  // NOLINT
         static const StopAtExit stopper{theInstance};
         return theInstance;

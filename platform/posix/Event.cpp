@@ -51,7 +51,7 @@ void signalEvent(void* handle) {
             const MutexLock lock(event->mutex);
             event->signaled = true;
         }
-        event->changed.notifyAll();  // without the lock, or whoever wakes up would at once wait for that
+        event->changed.notifyAll();  // without the lock, for which a woken thread would have to wait
     }
 }
 

@@ -106,8 +106,8 @@ const std::vector<Row>& table() {
         {"GetFieldCount", [](D& d) { d.GetFieldCount(); }, whenOpen},
         {"WaitImage",
          [](D& d) {
-             if (!d.IsLive()) {  // take the signal that an earlier frame has left
-                 failureOf([&] { d.WaitImage(0); });
+             if (!d.IsLive()) {  // consume the signals of frames that are still on their way
+                 while (!failureOf([&] { d.WaitImage(200); })) continue;
                  d.WaitImage(0);
              } else {
                  d.WaitImage(5000);

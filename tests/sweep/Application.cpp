@@ -193,7 +193,8 @@ void Application::reopen() {
     });
     const auto open = [this] { detector->OpenBoard(2); };
     if (attempt("OpenBoard", open)) return;
-    const bool eventLeft = std::string_view(outcomes.back().failure->what()).rfind("Detector handle is already", 0) == 0;
+    const bool eventLeft =
+        std::string_view(outcomes.back().failure->what()).rfind("Detector handle is already", 0) == 0;
     if (!eventLeft || !failedBefore || !road.isGigE()) throw Ended();
     outcomes.pop_back();
     destroy();
