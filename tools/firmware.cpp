@@ -220,6 +220,9 @@ int uploadFirmware(const FirmwareRequest& request, std::istream& in, Output& out
         // The library reads the file again, and would erase the flash memory for one that is empty by now.
         if (readImage(request.file) != image)
             throw std::runtime_error(request.file + ": the file has changed since it was checked; nothing was erased");
+        // The description, which the operator needs if this goes wrong, is written before the erase.
+        if (!output.isJson && !output.text().flush())
+            throw std::runtime_error("cannot write to the standard output; nothing was erased");
         progress.begun = !interrupt.isRequested();
         if (progress.begun) {
             const OutputTaken taken(progress);
