@@ -147,8 +147,12 @@ struct InsideEpix : EpixDetector {
 
 }  // namespace
 
-TEST_P(Callback, ThreadAsksOnceWhetherTheRunIsLiveAndAFailureOfTheQuestionKeepsNoLock) {
-    if (GetParam() == TransportGE) return;  // the transport answers without a call that could fail
+TEST(CameraLinkCallback, ThreadAsksOnceWhetherTheRunIsLiveAndAFailureOfTheQuestionKeepsNoLock) {
+    const support::Watchdog watchdog;
+    const support::QuietLog quiet;
+    LiveRig rig(TransportCL);
+    baseDetector& detector = *rig.detector;
+    support::FrameFeed& feed = *rig.feed;
     const auto questions = std::make_shared<Questions>(support::Inside::loop(detector));
     InsideEpix::library(detector) = questions;
     rig.installCallback([&](const LiveRig::Call& /*call*/) {

@@ -202,11 +202,11 @@ TEST_F(ToolFrameFiles, AFullDiskKeepsTheFramesThatWereWrittenInEveryFormat) {
                                                      "--exposure", "40",          "--output", file,      "--json"};
             const ToolRun run = runTool(arguments);
             EXPECT_EQ(run.status, 1);
-            const auto told = nlohmann::json::parse(run.out);
-            EXPECT_EQ(told.at("error").at("text"),
+            const auto report = nlohmann::json::parse(run.out);
+            EXPECT_EQ(report.at("error").at("text"),
                       "cannot write " + file + ": File too large; " + file + " holds the 4 frames before it");
-            EXPECT_EQ(told.at("frames_kept"), 4);
-            EXPECT_EQ(told.at("output"), file);
+            EXPECT_EQ(report.at("frames_kept"), 4);
+            EXPECT_EQ(report.at("output"), file);
             const StoredFrames stored = readFrames(file);
             EXPECT_EQ(stored.numbers, (std::vector<int>{1, 2, 3, 4}));
             ASSERT_EQ(stored.frames.size(), 4U);
